@@ -1,0 +1,54 @@
+# make          build the tool, the simulator, the tests and the benchmark
+# make sim      build and run the tool on the simulated board (ARGS="-d" passes options to cli)
+# make check    install what is missing, build, run every test (also under ASan/UBSan)
+# make aarch64  cross-build for the board
+# make bench    run the engine benchmark
+
+BUILD      ?= build
+BUILD_SAN  ?= build-san
+BUILD_ARM  ?= build-aarch64
+JOBS       ?= $(shell nproc)
+PYTHON     ?= /usr/bin/python3
+ARGS       ?=
+
+.PHONY: all deps sim check unit e2e sanitize aarch64 bench clean
+
+all:
+	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	cmake --build $(BUILD) -j $(JOBS)
+
+deps:
+	@tools/install-deps
+
+sim: deps all
+	sim/boardsim -- $(ARGS)
+
+unit: all
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+
+e2e: all
+	CLI_BUILD_DIR=$(abspath $(BUILD)) $(PYTHON) -m pytest -q tests/e2e
+
+sanitize:
+	@test -f $(BUILD_SAN)/CMakeCache.txt || cmake -S . -B $(BUILD_SAN) -DCMAKE_BUILD_TYPE=Debug -DCLI_SANITIZE=ON
+	cmake --build $(BUILD_SAN) -j $(JOBS)
+	cd $(BUILD_SAN) && ASAN_OPTIONS=detect_leaks=1 ctest --output-on-failure -j $(JOBS)
+	CLI_BUILD_DIR=$(abspath $(BUILD_SAN)) $(PYTHON) -m pytest -q tests/e2e
+
+aarch64:
+	@test -f $(BUILD_ARM)/CMakeCache.txt || cmake -S . -B $(BUILD_ARM) \
+	      -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	cmake --build $(BUILD_ARM) -j $(JOBS)
+	@file $(BUILD_ARM)/cli 2>/dev/null || true
+
+check: deps
+	$(MAKE) unit
+	$(MAKE) e2e
+	$(MAKE) sanitize
+	$(MAKE) aarch64
+
+bench: all
+	$(BUILD)/bench/cli_bench
+
+clean:
+	rm -rf $(BUILD) $(BUILD_SAN) $(BUILD_ARM)

@@ -1,0 +1,16 @@
+// Registration functions of the test modules, and the command table that
+// every board of this family lists (in calling order). A module joins the
+// table when it is built; the others keep their order.
+#pragma once
+
+void EQU_Cmd_Watchdog(void);
+void EQU_Cmd_Button(void);
+void EQU_Cmd_Led(void);
+
+#define EQU_CMD_TBL_K5T2B01 \
+    EQU_Cmd_Watchdog,       \
+    EQU_Cmd_Button,         \
+    EQU_Cmd_Led
+
+// LED test (its worker runs for the life of the interactive loop).
+void *EQU_CmdProc_LedFlick(void *pArg);
