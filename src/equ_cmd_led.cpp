@@ -1,0 +1,162 @@
+// LED test: "test led on" sets the front-panel LEDs flashing, "test led off"
+// stops the flashing and switches them all off. The flashing is done by a
+// worker thread that the interactive loop starts once; the commands steer it
+// through two flags. LEDs are GPIO group 3, bits 22 to 29 on /dev/hal_gpio
+// (mode request 0x4061F, value request 0x40610); writing 1 switches one off.
+#include "equ_cmd.h"
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "equ_cli_cmd.h"
+#include "equ_common.h"
+#include "equ_help_info.h"
+
+// Written by the commands: 1 while the worker is to flash the LEDs.
+std::atomic<uint32_t> gbequledflicken{0};
+// Written by the worker: 1 once it has completed a flash cycle, 0 once it has
+// seen that flashing is off (or has ended).
+std::atomic<uint32_t> gbequledrun{0};
+
+namespace {
+
+constexpr uint32_t kLedGroup = 3;
+constexpr uint32_t kLedMode = 1;
+constexpr uint32_t kLedOff = 1;
+constexpr uint32_t kLedOn = 0;
+constexpr uint32_t kEvenSet[] = {22, 24, 26, 28};
+constexpr uint32_t kOddSet[] = {23, 25, 27, 29};
+
+constexpr unsigned long kGpioMode = 0x4061F;
+constexpr unsigned long kGpioWrite = 0x40610;
+
+struct GpioReq {
+    uint32_t u32Group;
+    uint32_t u32Bit;
+    uint32_t u32Val;
+};
+static_assert(sizeof(GpioReq) == 12);
+
+uint32_t ledSet(uint32_t u32Bit, uint32_t u32Val)
+{
+    return EQU_LedGpioControl(kLedGroup, u32Bit, kLedMode, u32Val);
+}
+
+uint32_t ledSetAll(const uint32_t (&au32Bits)[4], uint32_t u32Val)
+{
+    uint32_t u32Ret = 0;
+    for (uint32_t u32Bit : au32Bits) {
+        u32Ret |= ledSet(u32Bit, u32Val);
+    }
+    return u32Ret;
+}
+
+void setRun(uint32_t u32Val)
+{
+    gbequledrun.store(u32Val);
+    gbequledrun.notify_all();
+}
+
+// One two-second cycle: all off, even set on, then odd set on. A failure is
+// only judged once the cycle is through, so the LEDs are never left half set.
+uint32_t flashCycle(void)
+{
+    uint32_t u32Ret = 0;
+    u32Ret |= ledSetAll(kEvenSet, kLedOff);
+    u32Ret |= ledSetAll(kOddSet, kLedOff);
+    u32Ret |= ledSetAll(kEvenSet, kLedOn);
+    sleep(1);
+    u32Ret |= ledSetAll(kEvenSet, kLedOff);
+    u32Ret |= ledSetAll(kOddSet, kLedOn);
+    setRun(1);
+    sleep(1);
+    return u32Ret;
+}
+
+}  // namespace
+
+uint32_t EQU_LedGpioControl(uint32_t u32Group, uint32_t u32Bit, uint32_t u32Mode, uint32_t u32Val)
+{
+    static const char *const pcDev = "/dev/hal_gpio";
+    int fd = open(pcDev, O_RDWR);
+    if (fd < 0) {
+        printf("\r\nopen %s failed\n", pcDev);
+        return EQU_FAIL;
+    }
+    GpioReq stReq{u32Group, u32Bit, u32Mode};
+    if (ioctl(fd, kGpioMode, &stReq) != 0) {
+        printf("\r\nset gpio mode failed, GpioIdx %d, BitIdx %d,  SetMode %d", u32Group, u32Bit,
+               u32Mode);
+        close(fd);
+        return EQU_FAIL;
+    }
+    stReq.u32Val = u32Val;
+    if (ioctl(fd, kGpioWrite, &stReq) != 0) {
+        printf("\r\nset gpio value failed, GpioIdx %d, BitIdx %d,  Value %d", u32Group, u32Bit,
+               u32Val);
+        close(fd);
+        return EQU_FAIL;
+    }
+    close(fd);
+    return EQU_OK;
+}
+
+// Sleeps on the flag while flashing is off; a failed cycle ends the thread
+// for good, leaving the run flag clear so that "led off" never waits on it.
+void *EQU_CmdProc_LedFlick(void *pArg)
+{
+    (void)pArg;
+    for (;;) {
+        if (gbequledflicken.load() == 0) {
+            setRun(0);
+            gbequledflicken.wait(0);
+            continue;
+        }
+        if (flashCycle() != 0) {
+            break;
+        }
+    }
+    printf("\r\nsomething wrong with led thread!");
+    fflush(stdout);
+    setRun(0);
+    return nullptr;
+}
+
+uint64_t EQU_CmdProc_LedOnAll(CLI_CMD_PARA_S *pstCmdPara)
+{
+    (void)pstCmdPara;
+    gbequledflicken.store(1);
+    gbequledflicken.notify_all();
+    return EQU_OK;
+}
+
+// Waits for the worker to leave its cycle before switching everything off,
+// so that the worker cannot switch a set on again afterwards.
+uint64_t EQU_CmdProc_LedOffAll(CLI_CMD_PARA_S *pstCmdPara)
+{
+    (void)pstCmdPara;
+    gbequledflicken.store(0);
+    gbequledflicken.notify_all();
+    while (gbequledrun.load() == 1) {
+        gbequledrun.wait(1);
+    }
+    uint32_t u32Ret = ledSetAll(kOddSet, kLedOff);
+    u32Ret |= ledSetAll(kEvenSet, kLedOff);
+    return u32Ret != 0 ? EQU_FAIL : EQU_OK;
+}
+
+void EQU_Cmd_Led(void)
+{
+    CLI_CMD_TEMPLET_S *pT = CLI_NewCmdTemplet();
+    CLI_AddKey(pT, 1, "test", szEquHelpComm, 0);
+    CLI_AddKey(pT, 2, "led", szEquHelpLed, 0);
+    CLI_AddKey(pT, 3, "off", szEquHelpLed, 1);
+    CLI_AddKey(pT, 4, "on", szEquHelpLed, 2);
+    CLI_InstallCmd(pT, 4, "$1 $2 $3", EQU_CmdProc_LedOffAll);
+    CLI_InstallCmd(pT, 4, "$1 $2 $4", EQU_CmdProc_LedOnAll);
+    CLI_FreeCmdTemplet(pT, 4);
+}
