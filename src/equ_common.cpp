@@ -358,7 +358,7 @@ void eraseLast(void)
 }  // namespace
 
 // Reads through stdio like the command loop, so no typed-ahead input is lost
-// between the two. End of input counts as a refusal.
+// between the two. A console that goes away never confirms a destructive step.
 int EQU_CheckYesInput(void)
 {
     char acBuf[100];
@@ -368,7 +368,10 @@ int EQU_CheckYesInput(void)
     fflush(stdout);
     for (;;) {
         int c = getchar();
-        if (c == EOF || c == '\r') {
+        if (c == EOF) {
+            return 0;
+        }
+        if (c == '\r') {
             break;
         }
         if (c == '\b' || c == 127) {
