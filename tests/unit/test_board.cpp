@@ -1,0 +1,180 @@
+// Board records and the board registry: what the constructors registered
+// before main, selection by board id (including the unknown-id fallback),
+// growing and destroying the registry, and its contract checks.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "equ_board.h"
+#include "equ_cmd.h"
+#include "equ_mtd_info.h"
+
+namespace {
+
+constexpr uint32_t kB01 = 0x44130109, kB02 = 0x44130107, kB03 = 0x44130209, kB04 = 0x44130222;
+
+// Tests that reshape the registry put the constructors' registry back
+// afterwards, so the order of tests does not matter.
+class Registry : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        saved.assign(gstEquBoardTbl.ppstBoardDesc, gstEquBoardTbl.ppstBoardDesc + gstEquBoardTbl.u32Cnt);
+    }
+    void TearDown() override
+    {
+        EQU_BoardDescDestroy();
+        if (!saved.empty()) {
+            EQU_BOARD_TBL_S tbl = {saved.data(), uint32_t(saved.size())};
+            ASSERT_EQ(EQU_BoardDescAdd(&tbl), 0u);
+        }
+    }
+    std::vector<uint32_t> ids() const
+    {
+        std::vector<uint32_t> v;
+        for (uint32_t i = 0; i < gstEquBoardTbl.u32Cnt; i++) {
+            v.push_back(gstEquBoardTbl.ppstBoardDesc[i]->u32BoardId);
+        }
+        return v;
+    }
+    std::vector<EQU_BOARD_DESC_S *> saved;
+};
+
+TEST_F(Registry, ConstructorsRegisterFourBoardsInOrder)
+{
+    EXPECT_EQ(gstEquBoardTbl.u32Cnt, 4u);
+    EXPECT_EQ(ids(), (std::vector<uint32_t>{kB03, kB02, kB01, kB04}));
+}
+
+// All four records carry the family's values, each through its own tables.
+TEST_F(Registry, RecordsShareValuesButNotTables)
+{
+    const EQU_CMD_REG_PF cmds[] = {EQU_CMD_TBL_K5T2B01};
+    const uint8_t rs485[8] = {6, 1, 0, 0, 0, 0, 0, 0};
+    std::set<const void *> tables;
+    ASSERT_EQ(gstEquBoardTbl.u32Cnt, 4u);
+    for (uint32_t i = 0; i < gstEquBoardTbl.u32Cnt; i++) {
+        const EQU_BOARD_DESC_S *d = gstEquBoardTbl.ppstBoardDesc[i];
+        SCOPED_TRACE(d->u32BoardId);
+        EXPECT_STREQ(d->pcModel, "PLM7140");
+        EXPECT_STREQ(d->pcIdStr1, "11000");
+        EXPECT_EQ(d->pcIdStr2, nullptr);
+        EXPECT_STREQ(d->pcIdStr3, "01");
+        EXPECT_STREQ(d->pcIdStr4, "01");
+        const uint8_t counts[] = {d->ucRsv1, d->ucEthNum, d->ucFeCopperNum, d->ucGeCopperNum,
+                                  d->ucFiberNum, d->ucRsv2, d->ucRsv3, d->ucUsbNum,
+                                  d->ucAlarmSlotNum, d->ucAlarmInNum, d->ucAlarmOutNum,
+                                  d->ucRs232Num, d->ucRs485Num, d->ucRs422Num, d->ucDdrNum,
+                                  d->ucResetKey, d->ucPowerKey};
+        EXPECT_EQ(std::vector<uint8_t>(std::begin(counts), std::end(counts)),
+                  (std::vector<uint8_t>{1, 2, 0, 20, 2, 3, 0, 2, 1, 2, 2, 1, 2, 0, 2, 1, 0}));
+        EXPECT_EQ(d->pucRs422Port2Tty, nullptr);
+        ASSERT_NE(d->pucRs485Port2Tty, nullptr);
+        EXPECT_EQ(memcmp(d->pucRs485Port2Tty, rs485, sizeof rs485), 0);
+        EXPECT_EQ(d->pstPartInfo, gstPartInfo_K5T2B01);
+
+        ASSERT_EQ(d->u32CmdNum, std::size(cmds));
+        for (uint32_t c = 0; c < d->u32CmdNum; c++) {
+            EXPECT_EQ(d->pfnCmdTbl[c], cmds[c]) << "command " << c;
+        }
+        ASSERT_EQ(d->u32LedNum, 4u);
+        EXPECT_EQ(d->pstLedList[2].u32LedNo, 10u);
+        EXPECT_STREQ(d->pstLedList[2].szName, "heat");
+        EXPECT_EQ(d->pstLedList[3].ucAttr1 * 10 + d->pstLedList[3].ucAttr2, 27);
+        ASSERT_EQ(d->u32ChipNum, 5u);
+        EXPECT_EQ(d->pstChipList[1].u32ChipType, 48u);
+        EXPECT_EQ(d->pstChipList[1].u32ChipNum, 2u);
+        EXPECT_EQ(d->pstChipList[1].au32BoardPos[1], 14u);
+        EXPECT_EQ(d->pstChipList[3].u32ChipNum, 3u);
+        EXPECT_EQ(d->pstChipList[4].u32ChipType, 50u);
+        EXPECT_EQ(d->pstPcieInfoList, nullptr);
+        EXPECT_EQ(d->u32PcieChnNum, 0u);
+        EXPECT_EQ(d->pstPciDevInfoList, nullptr);
+        EXPECT_EQ(d->u32PciDevNum, 0u);
+
+        for (const void *p : {(const void *)d->pucRs485Port2Tty, (const void *)d->pfnCmdTbl,
+                              (const void *)d->pstLedList, (const void *)d->pstChipList}) {
+            EXPECT_TRUE(tables.insert(p).second) << "table shared between records";
+        }
+    }
+}
+
+TEST_F(Registry, SelectsTheRecordWithTheId)
+{
+    for (uint32_t id : {kB02, kB04, kB03, kB01}) {
+        EQU_BOARD_DESC_S *d = nullptr;
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(EQU_BoardDescCreat(id, &d), 0u);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+        ASSERT_NE(d, nullptr);
+        EXPECT_EQ(d->u32BoardId, id);
+    }
+}
+
+// An unknown id is reported but not refused: the tool runs on the last record.
+TEST_F(Registry, UnknownIdFallsBackToTheLastRecord)
+{
+    EQU_BOARD_DESC_S *d = nullptr;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(EQU_BoardDescCreat(305419896, &d), 0u);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "\r\nnot find board 0x12345678");
+    ASSERT_NE(d, nullptr);
+    EXPECT_EQ(d, gstEquBoardTbl.ppstBoardDesc[3]);
+    EXPECT_EQ(d->u32BoardId, kB04);
+
+    EQU_BoardDescDestroy();
+    EXPECT_EQ(gstEquBoardTbl.ppstBoardDesc, nullptr);
+    EXPECT_EQ(gstEquBoardTbl.u32Cnt, 0u);
+    EQU_BOARD_DESC_S *untouched = d;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(EQU_BoardDescCreat(kB01, &untouched), 0u);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "\r\nnot find board 0x44130109");
+    EXPECT_EQ(untouched, d);
+}
+
+TEST_F(Registry, AddAppendsExactlyTheTablesRecordsInOrder)
+{
+    EQU_BOARD_DESC_S extra[2] = {};
+    extra[0].u32BoardId = 7;
+    extra[1].u32BoardId = 8;
+    EQU_BOARD_DESC_S *ptrs[2] = {&extra[0], &extra[1]};
+    EQU_BOARD_TBL_S tbl = {ptrs, 2};
+    EXPECT_EQ(EQU_BoardDescAdd(&tbl), 0u);
+    EXPECT_EQ(ids(), (std::vector<uint32_t>{kB03, kB02, kB01, kB04, 7, 8}));
+
+    // A later record with a known id never shadows the first one.
+    extra[1].u32BoardId = kB01;
+    EQU_BOARD_DESC_S *d = nullptr;
+    EXPECT_EQ(EQU_BoardDescCreat(kB01, &d), 0u);
+    EXPECT_EQ(d, saved[2]);
+}
+
+// A count the registry cannot hold is refused like exhausted memory, and
+// the registry stays as it was.
+TEST_F(Registry, OversizedAddIsRefusedWithoutChange)
+{
+    EQU_BOARD_DESC_S *one = saved.at(0);
+    EQU_BOARD_TBL_S tbl = {&one, UINT32_MAX};
+    EQU_BOARD_DESC_S **before = gstEquBoardTbl.ppstBoardDesc;
+    EXPECT_EQ(EQU_BoardDescAdd(&tbl), uint32_t(-12));
+    EXPECT_EQ(gstEquBoardTbl.ppstBoardDesc, before);
+    EXPECT_EQ(gstEquBoardTbl.u32Cnt, 4u);
+}
+
+TEST(RegistryDeathTest, AddChecksItsArguments)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(EQU_BoardDescAdd(nullptr),
+                 testing::HasSubstr("src/equ_board.c:30: EQU_BoardDescAdd: Assertion "
+                                    "`((void *)0) != (pstBoardTbl)' failed."));
+    EQU_BOARD_TBL_S empty = {nullptr, 0};
+    EXPECT_DEATH(EQU_BoardDescAdd(&empty),
+                 testing::HasSubstr("src/equ_board.c:31: EQU_BoardDescAdd: Assertion "
+                                    "`0 != pstBoardTbl->u32Cnt' failed."));
+}
+
+}  // namespace
