@@ -18,7 +18,8 @@ unsigned long gulBoardIdx = 0;
 // never spare room, so its size always equals u32Cnt.
 uint32_t EQU_BoardDescAdd(EQU_BOARD_TBL_S *pstBoardTbl)
 {
-    EQU_ASSERT_AT(nullptr != pstBoardTbl, "((void *)0) != (pstBoardTbl)", "src/equ_board.c", 30);
+    EQU_ASSERT_AT(nullptr != pstBoardTbl, "((void *)0) != (pstBoardTbl)",
+                  "src/equ_board.c", 30);
     EQU_ASSERT_AT(0 != pstBoardTbl->u32Cnt, "0 != pstBoardTbl->u32Cnt", "src/equ_board.c", 31);
     if (pstBoardTbl->ppstBoardDesc == nullptr) {
         return EQU_FAIL;
@@ -33,7 +34,8 @@ uint32_t EQU_BoardDescAdd(EQU_BOARD_TBL_S *pstBoardTbl)
         return uint32_t(-12);
     }
     if (gstEquBoardTbl.ppstBoardDesc != nullptr) {
-        memcpy(ppstNew, gstEquBoardTbl.ppstBoardDesc, gstEquBoardTbl.u32Cnt * sizeof(EQU_BOARD_DESC_S *));
+        memcpy(ppstNew, gstEquBoardTbl.ppstBoardDesc,
+               gstEquBoardTbl.u32Cnt * sizeof(EQU_BOARD_DESC_S *));
         free(gstEquBoardTbl.ppstBoardDesc);
     }
     memcpy(ppstNew + gstEquBoardTbl.u32Cnt, pstBoardTbl->ppstBoardDesc,

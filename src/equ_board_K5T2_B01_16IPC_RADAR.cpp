@@ -7,13 +7,18 @@ static const uint8_t gszRs485Port2Tty_NVRK5T2B01_16_RADAR[8] = {EQU_RS485_MAP_K5
 static const EQU_CMD_REG_PF gstCmdTbl_NVRK5T2B01_16_RADAR[] = {EQU_CMD_TBL_K5T2B01};
 
 static EQU_BOARD_DESC_S gstEquBoard_NVRK5T2B01_16_RADAR;
-static EQU_BOARD_DESC_S *gpstBoardDescTbl_NVRK5T2B01_16_RADAR[1] = {&gstEquBoard_NVRK5T2B01_16_RADAR};
+static EQU_BOARD_DESC_S *gpstBoardDescTbl_NVRK5T2B01_16_RADAR[1] = {
+    &gstEquBoard_NVRK5T2B01_16_RADAR};
 static EQU_BOARD_TBL_S gstBoardTbl_NVRK5T2B01_16_RADAR = {gpstBoardDescTbl_NVRK5T2B01_16_RADAR, 1};
 
 // First in the registry: the variants are registered B03, B02, B01, B04.
 __attribute__((constructor(101))) static uint32_t EQU_BoardInit_K5T2_B03(void)
 {
-    return EQU_BoardInitK5T2B01(&gstEquBoard_NVRK5T2B01_16_RADAR, 0x44130209, gszLedList_NVRK5T2B01_16_RADAR,
-                                gszChipList_NVRK5T2B01_16_RADAR, gszRs485Port2Tty_NVRK5T2B01_16_RADAR,
-                                gstCmdTbl_NVRK5T2B01_16_RADAR, &gstBoardTbl_NVRK5T2B01_16_RADAR);
+    return EQU_BoardInitK5T2B01(&gstEquBoard_NVRK5T2B01_16_RADAR,
+                                0x44130209,
+                                gszLedList_NVRK5T2B01_16_RADAR,
+                                gszChipList_NVRK5T2B01_16_RADAR,
+                                gszRs485Port2Tty_NVRK5T2B01_16_RADAR,
+                                gstCmdTbl_NVRK5T2B01_16_RADAR,
+                                &gstBoardTbl_NVRK5T2B01_16_RADAR);
 }
