@@ -34,9 +34,12 @@ bool is_on(const std::string &word)
     return word == "up" || word == "on" || word == "closed" || word == "1" || word == "yes";
 }
 
-JournalLine drv_line(const char *fn)
+// Calls made before DRV_Init (or after DRV_DeInit) still answer, marked.
+JournalLine drv_line(const char *fn, const uint32_t *req = nullptr)
 {
     JournalLine line("drv", fn);
+    if (req)
+        line.request(*req);
     if (!g_open.load())
         line.word("uninit", "1");
     return line;
@@ -63,8 +66,7 @@ int plain_call(JournalLine &line, const char *fn, Body body)
 int run_request(const char *fn, const Request &r, uint32_t req, void *arg)
 {
     int saved = errno;
-    JournalLine line = drv_line(fn);
-    line.request(req);
+    JournalLine line = drv_line(fn, &req);
     char spec[64];
     std::snprintf(spec, sizeof spec, "%s.0x%x", fn, req);
     Call c{arg, reinterpret_cast<uintptr_t>(arg)};
@@ -76,8 +78,7 @@ int run_request(const char *fn, const Request &r, uint32_t req, void *arg)
 
 int unknown_request(const char *fn, uint32_t req, void *arg)
 {
-    JournalLine line = drv_line(fn);
-    line.request(req);
+    JournalLine line = drv_line(fn, &req);
     line.hex("arg", reinterpret_cast<uintptr_t>(arg));
     line.finish(-1, EINVAL);
     errno = EINVAL;
@@ -267,7 +268,7 @@ extern "C" {
 
 __attribute__((visibility("default"))) int DRV_Init(int iParam)
 {
-    JournalLine line = drv_line("DRV_Init");
+    JournalLine line("drv", "DRV_Init");
     line.num("arg", iParam);
     int rc = plain_call(line, "DRV_Init", [](int &) { return 0; });
     if (rc == 0)

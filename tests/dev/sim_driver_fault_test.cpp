@@ -1,0 +1,132 @@
+// Our libdriver.so answered from the state directory, and fault injection
+// through fail/<target> on driver calls, opens and ioctls (ret, errno, skip,
+// times, counted across processes).
+#include "drv_api.h"
+#include "equ_common.h"
+#include "sim_helpers.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+TEST_F(BoardTest, DriverAnswersFromStateAndJournals)
+{
+    uint32_t id = 0;
+    ASSERT_EQ(DRV_SysCtl(DRV_SYS_GET_BOARD_ID, &id), 0);
+    EXPECT_EQ(id, 0x44130109u);
+    EXPECT_TRUE(logged("drv DRV_SysCtl 0x1400 uninit=1 board_id=0x44130109 -> 0"));
+    ASSERT_EQ(DRV_Init(200), 0);
+    EXPECT_TRUE(logged("drv DRV_Init arg=200 -> 0"));
+    put("board_id", "0x44130222\n");
+    ASSERT_EQ(DRV_SysCtl(DRV_SYS_GET_BOARD_ID, &id), 0);
+    EXPECT_EQ(id, 0x44130222u);
+
+    put("temperature/netboard", "-12\n");
+    int64_t t = 0;
+    ASSERT_EQ(DRV_PerpCtl(DRV_PERP_NET_TEMP, &t), 0);
+    EXPECT_EQ(t, -12);
+
+    uint8_t wdt[3] = {0, 7, 255};
+    ASSERT_EQ(DRV_PerpCtl(DRV_PERP_WDT_INDICATE, wdt), 0);
+    EXPECT_TRUE(logged("drv DRV_PerpCtl 0x1628 bytes=00,07,ff -> 0"));
+
+    uint8_t link[16] = {0, 5};
+    put("link/5", "down\n");
+    ASSERT_EQ(DRV_PerpCtl(DRV_PERP_GET_LINK, link), 0);
+    EXPECT_EQ(link[2], 0);
+    link[1] = 6;
+    ASSERT_EQ(DRV_PerpCtl(DRV_PERP_GET_LINK, link), 0);
+    EXPECT_EQ(link[2], 1);
+
+    ASSERT_EQ(DRV_GPS_SetBaudRate(115200), 0);
+    EXPECT_EQ(read("gps/baud"), "115200\n");
+    EXPECT_NE(DRV_GPS_SetBaudRate(1234), 0);
+    EXPECT_EQ(DRV_BOARD_GetHdiskSlotNum(), 4);
+    ASSERT_EQ(DRV_DeInit(), 0);
+    EXPECT_TRUE(logged("drv DRV_DeInit -> 0"));
+}
+
+TEST_F(BoardTest, PortModeLayoutsTimeZoneAlarmsAndPower)
+{
+    // Net-mode layout (byte 0 = 1) sets the group's mode; 0x1601 reads it.
+    uint8_t set[4] = {1, 2, 7, 2};
+    ASSERT_EQ(DRV_PerpCtl(DRV_PERP_SET_PORT_MODE, set), 0);
+    uint8_t get[24] = {0, 2, 0, 2};
+    ASSERT_EQ(DRV_PerpCtl(DRV_PERP_GET_PORT_MODE, get), 0);
+    EXPECT_EQ(get[2], 7);
+    uint8_t bad[4] = {1, 1, 11, 2};
+    EXPECT_NE(DRV_PerpCtl(DRV_PERP_SET_PORT_MODE, bad), 0);
+    // Loopback layout: a 3-byte record, never read past its end.
+    auto *loop = new uint8_t[3]{0, 2, 9};
+    ASSERT_EQ(DRV_PerpCtl(DRV_PERP_SET_PORT_MODE, loop), 0);
+    delete[] loop;
+    EXPECT_TRUE(logged("drv DRV_PerpCtl 0x1600 uninit=1 layout=0 port=2 code=9 -> 0"));
+    EXPECT_EQ(read("portmode/loop.2"), "9\n");
+
+    char zone[40] = {};
+    std::strcpy(zone + 8, "Tehran");
+    ASSERT_EQ(DRV_PerpCtl(DRV_PERP_SET_TIMEZONE, zone), 0);
+    char back[40];
+    std::memset(back, 'z', sizeof back);
+    ASSERT_EQ(DRV_PerpCtl(DRV_PERP_GET_TIMEZONE, back), 0);
+    EXPECT_STREQ(back + 8, "Tehran");
+
+    uint8_t in[8] = {1, 0, 0, 0, 9};
+    put("alarm/in.1", "closed\n");
+    ASSERT_EQ(DRV_PerpCtl(DRV_PERP_ALARM_IN, in), 0);
+    EXPECT_EQ(in[4], 1);
+    in[0] = 2;
+    EXPECT_NE(DRV_PerpCtl(DRV_PERP_ALARM_IN, in), 0);
+    uint8_t out[8] = {0, 0, 0, 0, 1, 0xaa, 0, 0xbb};
+    ASSERT_EQ(DRV_PerpCtl(DRV_PERP_ALARM_OUT, out), 0);
+    EXPECT_EQ(read("alarm/out.0"), "on\n");
+
+    uint8_t pw[4] = {2, 9, 9, 9};
+    put("power/2", "present=1 work=0 fan=1\n");
+    ASSERT_EQ(DRV_PerpCtl(DRV_PERP_POWER_STATUS, pw), 0);
+    EXPECT_EQ(pw[1], 1);
+    EXPECT_EQ(pw[2], 0);
+    EXPECT_EQ(pw[3], 1);
+}
+
+TEST_F(BoardTest, FaultRetErrnoSkipTimesAcrossProcesses)
+{
+    put("fail/ioctl./dev/hal_gpio.0x40610", "errno=EBUSY\nskip=1\ntimes=2\n");
+    pid_t child = fork();
+    if (child == 0)
+        _exit(EQU_GPIO_WriteByte(3, 22, 1) == EQU_OK ? 0 : 1);    // the skipped call
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+
+    int fd = open("/dev/hal_gpio", O_RDWR);
+    ASSERT_GE(fd, 0);
+    uint32_t rec[3] = {3, 22, 0};
+    errno = 0;
+    EXPECT_EQ(ioctl(fd, 0x40610, rec), -1);
+    EXPECT_EQ(errno, EBUSY);
+    EXPECT_EQ(ioctl(fd, 0x40610, rec), -1);
+    EXPECT_EQ(ioctl(fd, 0x40610, rec), 0);
+    close(fd);
+    EXPECT_EQ(read("gpio/3.22"), "0\n");    // failed writes changed nothing
+    EXPECT_TRUE(logged("ioctl /dev/hal_gpio 0x40610 group=3 bit=22 value=0 -> -1 errno=EBUSY"));
+
+    // A positive ret passes the I2C layer's "< 0 fails" test.
+    put("fail/ioctl./dev/hal_misc.0x40608", "ret=5\n");
+    uint32_t v = 0;
+    EXPECT_EQ(EQU_I2C_Read(1, 0x48, 0, 1, &v), EQU_OK);
+
+    put("fail/open./dev/hal_rmc", "errno=ENODEV\n");
+    EXPECT_EQ(EQU_SetRmcTestMode(1), EQU_FAIL);
+    EXPECT_TRUE(logged("open /dev/hal_rmc flags=O_RDWR -> -1 errno=ENODEV"));
+
+    put("fail/DRV_Init", "ret=-3\n");
+    EXPECT_EQ(DRV_Init(200), -3);
+    EXPECT_TRUE(logged("drv DRV_Init arg=200 -> -3 errno=EIO"));
+    put("fail/DRV_PerpCtl", "");
+    int64_t t = 0;
+    EXPECT_EQ(DRV_PerpCtl(DRV_PERP_MAIN_TEMP, &t), -1);
+}
