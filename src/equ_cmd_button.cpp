@@ -21,9 +21,8 @@ namespace {
 constexpr unsigned long kResetKeyReq = 0x40636;
 constexpr unsigned long kResetKeyArg = 15;
 constexpr unsigned long kPowerKeyReq = 0x4010D;
-constexpr unsigned long kKey20Req = 0x4010C;
 constexpr uint32_t kPowerKeyCode = 21;
-constexpr uint32_t kKey20Code = 20;
+constexpr uint32_t kKey20Code = 20;  // request 0x4010C
 constexpr uint8_t kDefaultSeconds = 15;
 
 struct KeyReq {

@@ -247,3 +247,55 @@ TEST(BoardPos, ExactKeywordsOnly)
     EXPECT_EQ(255u, EQU_GetBoardPos(""));
     EXPECT_EQ(255u, EQU_GetBoardPos(nullptr));
 }
+
+namespace {
+
+// The button rules on a board with a reset key and no power key, installed
+// once per process (the command tree only grows).
+void installButtons(void)
+{
+    static bool bDone = [] {
+        EQU_BOARD_DESC_S stDesc{};
+        stDesc.ucResetKey = 1;
+        EQU_BOARD_DESC_S *pstSaved = gpstEquBoardDesc;
+        gpstEquBoardDesc = &stDesc;
+        EQU_Cmd_Button();
+        gpstEquBoardDesc = pstSaved;
+        return true;
+    }();
+    ASSERT_TRUE(bDone);
+}
+
+std::string run(const char *pcLine)
+{
+    char acLine[CLI_LINE_BUF_LEN];
+    snprintf(acLine, sizeof(acLine), "%s", pcLine);
+    CaptureStdout();
+    CLI_MainProcess(acLine, 1);
+    return GetCapturedStdout();
+}
+
+}  // namespace
+
+TEST(ButtonTime, OnlyOneTo255SecondsPass)
+{
+    installButtons();
+    const std::string strRefused = "\r\ntime can only be 1~255s, please check";
+    for (const char *pcTime : {"0", "256", "-5", "000", "18446744073709551617"}) {
+        std::string strOut = run((std::string("test reset button ") + pcTime).c_str());
+        EXPECT_EQ(0u, strOut.find(strRefused)) << pcTime << ": " << strOut;
+        EXPECT_EQ(std::string::npos, strOut.find("\r\n@")) << pcTime;
+    }
+    // "?" after an accepted time lists what may follow instead of running the test
+    for (const char *pcTime : {"1", "255", "0255"}) {
+        std::string strOut = run((std::string("test reset button ") + pcTime + " ?").c_str());
+        EXPECT_EQ(std::string::npos, strOut.find(strRefused)) << pcTime;
+        EXPECT_NE(std::string::npos, strOut.find("<cr>")) << pcTime << ": " << strOut;
+    }
+}
+
+TEST(ButtonTime, PowerKeyCommandsNeedAPowerKey)
+{
+    installButtons();
+    EXPECT_NE(std::string::npos, run("test powerkey button").find("Wrong Command Input!"));
+}
