@@ -1,8 +1,9 @@
-// The device access layer and the LED worker against the simulated board's
-// nodes (/dev/hal_nvram, /dev/hal_misc, /dev/hal_gpio, /dev/hal_rmc): the
-// records each call sends as the journal decodes them, the success test of
-// each node, the messages, which descriptors stay open, and the LED flash
-// cycle and its "off" hand-shake. Each case works in a state directory of its
+// The device access layer, the LED worker and the reset-key and watchdog
+// commands against the simulated board's nodes (/dev/hal_nvram,
+// /dev/hal_misc, /dev/hal_gpio, /dev/hal_rmc, /dev/hal_watchdog,
+// /proc/watchdog_status): the records each call sends as the journal decodes
+// them, the success test of each node, the messages, which descriptors stay
+// open, and the LED flash cycle and its "off" hand-shake. Each case works in a state directory of its
 // own under DEV_STATE_DIR.
 #include <gtest/gtest.h>
 
@@ -18,6 +19,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "equ_board.h"
+#include "equ_cli_cmd.h"
 #include "equ_cmd.h"
 #include "equ_common.h"
 
@@ -430,4 +433,77 @@ TEST_F(Board, LedWorkerEndsOnAFailedCycleAndOffStillReturns)
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     EXPECT_TRUE(ledWrites(journal()).empty());
     EXPECT_EQ(0u, EQU_CmdProc_LedOffAll(nullptr));
+}
+
+// ---- reset key and watchdog, through their commands ----
+
+namespace {
+
+void installKeyAndWatchdog(void)
+{
+    static bool bDone = [] {
+        EQU_BOARD_DESC_S stDesc{};
+        stDesc.ucResetKey = 1;
+        EQU_BOARD_DESC_S *pstSaved = gpstEquBoardDesc;
+        gpstEquBoardDesc = &stDesc;
+        EQU_Cmd_Button();
+        EQU_Cmd_Watchdog();
+        gpstEquBoardDesc = pstSaved;
+        return true;
+    }();
+    ASSERT_TRUE(bDone);
+}
+
+std::string run(const char *pcLine)
+{
+    char acLine[CLI_LINE_BUF_LEN];
+    snprintf(acLine, sizeof(acLine), "%s", pcLine);
+    CaptureStdout();
+    CLI_MainProcess(acLine, 1);
+    return GetCapturedStdout();
+}
+
+const std::string kPass = "\r\ntest result:pass\r\n$$";
+const std::string kFail = "\r\ntest result:fail\r\n$$";
+
+}  // namespace
+
+TEST_F(Board, ResetKeyRequestCarriesThePlainNumber15)
+{
+    installKeyAndWatchdog();
+    put("keys/reset", "pressed\n");
+    EXPECT_EQ("\r\n@" + kPass, run("test reset button"));
+    EXPECT_EQ("\r\n@" + kPass, run("test reset button 200"));
+    put("keys/reset", "released\n");
+    EXPECT_EQ("\r\n@\r\nerror: reset button isn't pressed" + kFail, run("test reset button 3"));
+    auto v = journal();
+    auto vReq = lines(v, "ioctl ");
+    ASSERT_EQ(3u, vReq.size());
+    EXPECT_EQ("ioctl /dev/hal_gpio 0x40636 arg=15 -> 0", vReq[0]);
+    EXPECT_EQ("ioctl /dev/hal_gpio 0x40636 arg=15 -> 0", vReq[1]);
+    EXPECT_EQ(0u, vReq[2].find("ioctl /dev/hal_gpio 0x40636 arg=15 -> -1"));
+    EXPECT_TRUE(leftOpen(v, "/dev/hal_gpio").empty());
+
+    fail("open./dev/hal_gpio");
+    EXPECT_EQ("\r\n@\r\nFailed to open /dev/hal_rmc file" + kFail, run("test reset button"));
+}
+
+TEST_F(Board, WatchdogStaysArmedAfterAPass)
+{
+    installKeyAndWatchdog();
+    auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ("\r\n@" + kPass, run("test watchdog"));
+    EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::seconds(5));
+    auto v = journal();
+    auto vReq = lines(v, "ioctl ");
+    ASSERT_EQ(1u, vReq.size());
+    EXPECT_EQ("ioctl /dev/hal_watchdog 0x70108 mode=1 rest=00,00,00,00,00,00,00,00 -> 0", vReq[0]);
+    auto vDrv = lines(v, "drv DRV_PerpCtl 0x1628");
+    ASSERT_EQ(1u, vDrv.size());
+    EXPECT_NE(std::string::npos, vDrv[0].find("bytes=00,07,ff -> 0"));
+    auto vOpen = leftOpen(v, "/dev/hal_watchdog");
+    ASSERT_EQ(1u, vOpen.size());
+    EXPECT_TRUE(isOpen(vOpen[0]));
+    EXPECT_TRUE(leftOpen(v, "/proc/watchdog_status").empty());
+    close(vOpen[0]);
 }
