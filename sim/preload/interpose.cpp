@@ -18,6 +18,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <string>
@@ -176,11 +177,24 @@ void journal_close(int id, int fd, int rc, int err)
     debug(std::string("close ") + claim_name(id) + " fd " + std::to_string(fd));
 }
 
+// With BOARDSIM_DEBUG=1, device and proc paths left to the system are
+// logged too: that is where a node the simulator lacks shows up.
+void debug_pass(const char *what, const char *path)
+{
+    if (path && (std::strncmp(path, "/dev/", 5) == 0 || std::strncmp(path, "/proc/", 6) == 0) &&
+        debug_enabled()) {
+        int saved = errno;
+        debug(std::string(what) + " " + path + ": passed through");
+        errno = saved;
+    }
+}
+
 int do_open(const char *path, int flags, mode_t mode, OpenFn fn)
 {
     PathClaim pc = claim_path(path);
     if (pc.kind != Claim::None)
         return board_open(pc, flags, mode);
+    debug_pass("open", path);
     return fn(path, flags, mode);
 }
 
@@ -189,6 +203,7 @@ int do_openat(int dirfd, const char *path, int flags, mode_t mode, OpenAtFn fn)
     PathClaim pc = claim_path(path);    // absolute paths only, whatever dirfd is
     if (pc.kind != Claim::None)
         return board_open(pc, flags, mode);
+    debug_pass("openat", path);
     return fn(dirfd, path, flags, mode);
 }
 
@@ -197,6 +212,7 @@ FILE *do_fopen(const char *path, const char *mode, FopenFn fn)
     PathClaim pc = claim_path(path);
     if (pc.kind != Claim::None)
         return board_fopen(pc, mode);
+    debug_pass("fopen", path);
     return fn(path, mode);
 }
 
