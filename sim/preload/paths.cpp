@@ -34,9 +34,10 @@ constexpr int kPathCount = static_cast<int>(sizeof kPaths / sizeof kPaths[0]);
 
 constexpr int kMaxFd = 1 << 16;
 
+// id + 1, so that the zero-filled table means "nothing tracked".
 struct Slot {
-    std::atomic<int16_t> id{-1};
-    std::atomic<uint64_t> ino{0};
+    std::atomic<int16_t> tag;
+    std::atomic<uint64_t> ino;
 };
 Slot g_fds[kMaxFd];
 
@@ -85,7 +86,7 @@ void fd_track(int fd, int id)
         return;
     int saved = errno;
     g_fds[fd].ino.store(inode_of(fd));
-    g_fds[fd].id.store(static_cast<int16_t>(id));
+    g_fds[fd].tag.store(static_cast<int16_t>(id + 1));
     errno = saved;
 }
 
@@ -93,7 +94,7 @@ int fd_untrack(int fd)
 {
     if (fd < 0 || fd >= kMaxFd)
         return -1;
-    int id = g_fds[fd].id.exchange(-1);
+    int id = g_fds[fd].tag.exchange(0) - 1;
     if (id < 0)
         return -1;
     int saved = errno;
@@ -106,7 +107,7 @@ int fd_lookup(int fd)
 {
     if (fd < 0 || fd >= kMaxFd)
         return -1;
-    int id = g_fds[fd].id.load();
+    int id = g_fds[fd].tag.load() - 1;
     if (id < 0)
         return -1;
     int saved = errno;
