@@ -132,6 +132,10 @@ std::optional<std::string> state_read_own(const std::string &rel)
 
 bool make_parents(const std::string &path)
 {
+    struct stat st {};
+    size_t last = path.rfind('/');
+    if (last == std::string::npos || last == 0 || sys::stat(path.substr(0, last).c_str(), &st) == 0)
+        return true;    // the usual case: the directory is already there
     for (size_t pos = path.find('/', 1); pos != std::string::npos; pos = path.find('/', pos + 1)) {
         std::string part = path.substr(0, pos);
         if (sys::mkdir(part.c_str(), 0755) != 0 && errno != EEXIST)
