@@ -61,8 +61,8 @@ void setRun(uint32_t u32Val)
     gbequledrun.notify_all();
 }
 
-// One two-second cycle: all off, even set on, then odd set on. A failure is
-// only judged once the cycle is through, so the LEDs are never left half set.
+// One two-second cycle: all off, even set on, then odd set on. Failures are
+// gathered over the whole cycle; the worker ends after a failed one.
 uint32_t flashCycle(void)
 {
     uint32_t u32Ret = 0;
@@ -107,6 +107,10 @@ uint32_t EQU_LedGpioControl(uint32_t u32Group, uint32_t u32Bit, uint32_t u32Mode
 
 // Sleeps on the flag while flashing is off; a failed cycle ends the thread
 // for good, leaving the run flag clear so that "led off" never waits on it.
+// The run flag is raised before a cycle's first write and the flashing flag
+// read again after it: "led off" either sees the raised flag and waits for
+// the cycle, or the worker sees flashing stopped and skips the cycle, so the
+// LEDs cannot be switched on again behind "led off".
 void *EQU_CmdProc_LedFlick(void *pArg)
 {
     (void)pArg;
@@ -114,6 +118,10 @@ void *EQU_CmdProc_LedFlick(void *pArg)
         if (gbequledflicken.load() == 0) {
             setRun(0);
             gbequledflicken.wait(0);
+            continue;
+        }
+        setRun(1);
+        if (gbequledflicken.load() == 0) {
             continue;
         }
         if (flashCycle() != 0) {

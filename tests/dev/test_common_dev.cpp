@@ -411,7 +411,24 @@ TEST_F(Board, LedFlashCycleAndOffLeaveEverythingOff)
     }
 }
 
-// Runs last: it ends the process's worker for good.
+// "off" typed just after "on" must not race the worker's first cycle.
+TEST_F(Board, LedOffRightAfterOnEndsAllOff)
+{
+    startLedWorker();
+    for (int iDelayMs : {0, 50}) {
+        EXPECT_EQ(0u, EQU_CmdProc_LedOnAll(nullptr));
+        std::this_thread::sleep_for(std::chrono::milliseconds(iDelayMs));
+        EXPECT_EQ(0u, EQU_CmdProc_LedOffAll(nullptr));
+        auto v = ledWrites(journal());
+        ASSERT_GE(v.size(), kAllOff.size());
+        EXPECT_EQ(kAllOff, Writes(v.end() - 8, v.end()));
+        EXPECT_TRUE(v.size() == 8 || v.size() == 28) << v.size();
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_TRUE(ledWrites(journal()).empty());
+}
+
+// Runs after the other LED cases: it ends the process's worker for good.
 TEST_F(Board, LedWorkerEndsOnAFailedCycleAndOffStillReturns)
 {
     startLedWorker();
