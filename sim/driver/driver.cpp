@@ -67,11 +67,11 @@ int run_request(const char *fn, const Request &r, uint32_t req, void *arg)
 {
     int saved = errno;
     JournalLine line = drv_line(fn, &req);
-    char spec[64];
-    std::snprintf(spec, sizeof spec, "%s.0x%x", fn, req);
+    char target[64];
+    std::snprintf(target, sizeof target, "%s.0x%x", fn, req);
     Call c{arg, reinterpret_cast<uintptr_t>(arg)};
     int err = 0;
-    long rc = serve(line, r, c, spec, fn, err);
+    long rc = serve(line, r, c, target, fn, err);
     errno = rc ? err : saved;
     return static_cast<int>(rc);
 }

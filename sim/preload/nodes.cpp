@@ -492,8 +492,8 @@ long node_ioctl(const char *path, unsigned long req, void *arg, int &err)
 {
     JournalLine line("ioctl", path);
     line.request(static_cast<uint32_t>(req));
-    char spec[96], general[80];
-    std::snprintf(spec, sizeof spec, "ioctl.%s.0x%lx", path, req);
+    char target[96], general[80];
+    std::snprintf(target, sizeof target, "ioctl.%s.0x%lx", path, req);
     std::snprintf(general, sizeof general, "ioctl.%s", path);
     const Request *r = find_request(path, req);
     if (r == nullptr) {
@@ -503,7 +503,7 @@ long node_ioctl(const char *path, unsigned long req, void *arg, int &err)
         return -1;
     }
     Call c{arg, reinterpret_cast<uintptr_t>(arg)};
-    return serve(line, *r, c, spec, general, err);
+    return serve(line, *r, c, target, general, err);
 }
 
 } // namespace bsim
