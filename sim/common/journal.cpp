@@ -35,6 +35,8 @@ void append_line(const char *file, std::string line)
         return;
     line += '\n';
     int fd = sys::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0644);
+    if (fd < 0 && errno == ENOENT && make_parents(path))    // a state directory not made yet
+        fd = sys::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0644);
     if (fd < 0)
         return;
     ssize_t n;

@@ -182,3 +182,18 @@ TEST_F(BoardTest, DriverWithoutStateDirectoryUsesDefaultsAndMemory)
     EXPECT_STREQ(back + 8, "GMT+3");
     EXPECT_FALSE(std::filesystem::exists(dir_ + "/journal"));
 }
+
+TEST_F(BoardTest, StateDirectoryMadeOnFirstUseLosesNoLine)
+{
+    std::string fresh = dir_ + "/not/yet/there";
+    use(fresh);
+    int fd = open("/dev/hal_gpio", O_RDWR);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    std::ifstream in(fresh + "/journal");
+    std::string first, second;
+    std::getline(in, first);
+    std::getline(in, second);
+    EXPECT_EQ(first, "open /dev/hal_gpio fd=" + std::to_string(fd) + " flags=O_RDWR -> " + std::to_string(fd));
+    EXPECT_EQ(second, "close /dev/hal_gpio fd=" + std::to_string(fd) + " -> 0");
+}
