@@ -368,6 +368,10 @@ int EQU_CheckYesInput(void)
     fflush(stdout);
     for (;;) {
         int c = getchar();
+        if (c == EOF && ferror(stdin) && errno == EINTR) {
+            clearerr(stdin);
+            continue;
+        }
         if (c == EOF) {
             return 0;
         }
