@@ -1,0 +1,202 @@
+"""Start-up and shutdown of the tool on the simulated board: the options, the
+printk level, the kill list, each step of the driver and board start-up and
+what a failure there leaves done or undone (seen in the board's journal),
+the banner, and the shutdown order ending in "sync".
+
+The kill list is watched through a killall placed first on PATH that only
+writes to the journal, so that these runs cannot reach a host process.
+"""
+import os
+import subprocess
+import time
+from pathlib import Path
+
+import pexpect
+import pytest
+
+from test_console import build_dir, finish, spawn_cli
+
+USAGE = (b'\r\nEQU_Usage: cli [options]'
+         b'\r\n        -d   do not kill user tasks'
+         b'\r\n        -p   do not disable kernel printk'
+         b'\r\n        -h   show help'
+         b'\r\n\n')
+BANNER = b'\r\n**********************\r\nEQUIPMENT_TEST_OK\r\n**********************'
+SERVICES = ['appwatch', 'panelagent', 'dbserver', 'mainsvc', 'websvc', 'mediasvc',
+            'hwmanager']
+
+
+def tool_env(state, path_dir=None):
+    env = dict(os.environ, BOARDSIM_STATE=str(state),
+               LD_PRELOAD=str(build_dir() / 'sim' / 'libboardsim.so'),
+               ASAN_OPTIONS='verify_asan_link_order=0:detect_leaks=0')
+    if path_dir:
+        env['PATH'] = f'{path_dir}:{env["PATH"]}'
+    return env
+
+
+def run_cli(state, *args, path_dir=None):
+    """A run that must end before reading the console (stdin is not a terminal)."""
+    with open(os.devnull, 'rb') as devnull:
+        return subprocess.run([str(build_dir() / 'cli'), *args], stdin=devnull,
+                              capture_output=True, env=tool_env(state, path_dir), timeout=20)
+
+
+def journal(state):
+    path = Path(state) / 'journal'
+    return path.read_text().splitlines() if path.exists() else []
+
+
+def names(lines):
+    """Each journal line cut to kind, name and request (and the fake tools' lines)."""
+    return [' '.join(line.split()[:3]) if ' 0x' in line else ' '.join(line.split()[:2])
+            for line in lines]
+
+
+def printk(state):
+    path = Path(state) / 'proc' / 'sys' / 'kernel' / 'printk'
+    return path.read_text() if path.exists() else None
+
+
+def fail(state, target, content=''):
+    path = Path(state) / 'fail' / target
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_text(content)
+
+
+@pytest.fixture
+def fakes(tmp_path):
+    """killall and sync stand-ins that note each call (with the time) in the journal."""
+    bindir = tmp_path / 'bin'
+    bindir.mkdir()
+    for tool in ('killall', 'sync'):
+        script = bindir / tool
+        script.write_text('#!/bin/sh\n'
+                          f'echo "fake {tool} $* at $(date +%s.%N)" >> "$BOARDSIM_STATE/journal"\n')
+        script.chmod(0o755)
+    return bindir
+
+
+def quit_tool(child):
+    child.expect_exact(b'<PLM7140>')
+    child.send(b'q\r')
+    return finish(child)
+
+
+# ---- options ----
+
+@pytest.mark.parametrize('args', [['-h'], ['-x'], ['-d', '-h', '-p'], ['-dp', '-y']])
+def test_usage_ends_before_anything_is_done(tmp_path, fakes, args):
+    run = run_cli(tmp_path, *args, path_dir=fakes)
+    assert run.returncode == 255
+    assert run.stdout == USAGE
+    bad = [a[-1] for a in args if a[-1] not in 'dhp']
+    if bad:
+        assert run.stderr.endswith(f"invalid option -- '{bad[0]}'\n".encode())
+    assert journal(tmp_path) == []          # no driver call, no killall, no sync
+    assert printk(tmp_path) is None
+
+
+def test_printk_level_and_no_kills_with_d(tmp_path, fakes):
+    for args, level in ((['-d'], '0\n'), (['-d', '-p'], '7\n'), (['-pd'], '7\n')):
+        state = tmp_path / level.strip() / str(len(args))
+        child = spawn_cli(state, args, env_extra={'PATH': tool_env(state, fakes)['PATH']})
+        assert quit_tool(child) == 0
+        assert printk(state) == level
+        assert not any('killall' in line for line in journal(state))
+
+
+# ---- the kill list ----
+
+def test_kill_list_twice_with_a_pause_before_the_driver(tmp_path, fakes):
+    child = pexpect.spawn(str(build_dir() / 'cli'), [], env=tool_env(tmp_path, fakes),
+                          timeout=20)
+    assert quit_tool(child) == 0
+    lines = journal(tmp_path)
+    kills = [line.split() for line in lines if line.startswith('fake killall')]
+    assert [k[2:4] for k in kills] == [['-9', s] for s in SERVICES] * 2
+    first_drv = next(i for i, line in enumerate(lines) if line.startswith('drv '))
+    assert all(lines.index(' '.join(k)) < first_drv for k in kills)
+    stamps = [float(k[-1]) for k in kills]
+    assert stamps[7] - stamps[6] >= 0.9     # the pause after the first pass
+    assert stamps[7] - stamps[0] < 1.9      # and only one pause between the passes
+
+
+# ---- start-up steps ----
+
+@pytest.mark.parametrize('target, output, last', [
+    ('DRV_Init', b'', 'drv DRV_Init'),
+    ('DRV_SysCtl.0x1400', b'', 'drv DRV_SysCtl 0x1400'),
+    ('open./dev/hal_rmc', b'\r\nFailed to open /dev/hal_rmc file', 'open /dev/hal_rmc'),
+    ('ioctl./dev/hal_rmc.0x40113', b'\r\nFailed to set rmc to equtest mode',
+     'close /dev/hal_rmc'),
+])
+def test_failed_step_exits_255_without_cleanup(tmp_path, target, output, last):
+    fail(tmp_path, target)
+    run = run_cli(tmp_path, '-d')
+    assert run.returncode == 255
+    assert run.stdout == output
+    steps = names(journal(tmp_path))
+    # Nothing after the failed step: no GPS rate, no driver close, no rmc reset.
+    assert steps[-1] == last
+    assert 'drv DRV_GPS_SetBaudRate' not in steps
+    assert 'drv DRV_DeInit' not in steps
+
+
+def test_start_up_order_and_shutdown_order(tmp_path, fakes):
+    child = spawn_cli(tmp_path, ('-d',), env_extra={'PATH': tool_env(tmp_path, fakes)['PATH']})
+    child.expect_exact(b'<PLM7140>')
+    assert child.before.replace(b'\r\r\n', b'\r\n') == BANNER + b'\r\n'
+    assert names(journal(tmp_path)) == [
+        'open /proc/sys/kernel/printk', 'close /proc/sys/kernel/printk',
+        'drv DRV_Init', 'drv DRV_SysCtl 0x1400',
+        'open /dev/hal_rmc', 'ioctl /dev/hal_rmc 0x40113', 'close /dev/hal_rmc',
+        'drv DRV_GPS_SetBaudRate']
+    child.send(b'q\r')
+    assert finish(child) == 0
+    lines = journal(tmp_path)
+    tail = names(lines)[-5:]
+    assert tail == ['drv DRV_DeInit', 'open /dev/hal_rmc', 'ioctl /dev/hal_rmc 0x40113',
+                    'close /dev/hal_rmc', 'fake sync']
+    assert 'mode=1' in [line for line in lines if '0x40113' in line][0]
+    assert 'mode=0' in [line for line in lines if '0x40113' in line][-1]
+
+
+def test_unknown_board_runs_with_the_last_record(tmp_path):
+    (tmp_path / 'board_id').write_text('0x12345678\n')
+    child = spawn_cli(tmp_path)
+    child.expect_exact(b'<PLM7140>')
+    assert child.before.replace(b'\r\r\n', b'\r\n') == \
+        b'\r\nnot find board 0x12345678' + BANNER + b'\r\n'
+    assert quit_tool_from_prompt(child) == 0
+
+
+def test_gps_rate_failure_is_only_reported(tmp_path):
+    fail(tmp_path, 'DRV_GPS_SetBaudRate')
+    child = spawn_cli(tmp_path)
+    child.expect_exact(b'<PLM7140>')
+    assert child.before.replace(b'\r\r\n', b'\r\n') == \
+        b'\r\nSetup gps port rate 9600 failed' + BANNER + b'\r\n'
+    assert quit_tool_from_prompt(child) == 0
+    assert 'drv DRV_DeInit' in names(journal(tmp_path))
+
+
+def quit_tool_from_prompt(child):
+    child.send(b'q\r')
+    return finish(child)
+
+
+# ---- figures ----
+
+def test_banner_soon_and_idle_prompt_costs_no_cpu(tmp_path):
+    start = time.monotonic()
+    child = spawn_cli(tmp_path)
+    child.expect_exact(b'<PLM7140>')
+    assert time.monotonic() - start < 2.0
+    with open(f'/proc/{child.pid}/stat') as stat:
+        before = sum(int(f) for f in stat.read().rsplit(')', 1)[1].split()[11:13])
+    time.sleep(2)
+    with open(f'/proc/{child.pid}/stat') as stat:
+        after = sum(int(f) for f in stat.read().rsplit(')', 1)[1].split()[11:13])
+    assert after - before <= 2   # clock ticks (1/100 s) over two seconds
+    assert quit_tool_from_prompt(child) == 0
