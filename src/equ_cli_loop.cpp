@@ -346,14 +346,26 @@ unsigned char CLI_NoWaitGetChar(void)
 
 // ---- line editor ----
 
-// Continues after whatever the buffer already holds. Returns 0 once a line
-// is complete, -1 when input has ended (the caller leaves as on "quit").
-int64_t CLI_Getline(char *pcLineBuf)
+namespace {
+
+void ed_begin_line(char *pcLineBuf)
 {
     g_pcEdLine = pcLineBuf;
     g_ulEdLen = strnlen(pcLineBuf, kEdMaxLine);
     pcLineBuf[g_ulEdLen] = '\0';
     g_iEdEscTail = 0;
+    if (glCursor > 0 || -glCursor > static_cast<int64_t>(g_ulEdLen)) {
+        glCursor = 0;
+    }
+}
+
+}  // namespace
+
+// Continues after whatever the buffer already holds. Returns 0 once a line
+// is complete, -1 when input has ended (the caller leaves as on "quit").
+int64_t CLI_Getline(char *pcLineBuf)
+{
+    ed_begin_line(pcLineBuf);
     int64_t lRet = 0;
     for (bool bDone = false; !bDone;) {
         int iKey = ed_read_key();
