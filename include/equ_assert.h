@@ -5,6 +5,11 @@
 #pragma once
 #include <assert.h>
 
+// <assert.h> leaves the reporting function undeclared under NDEBUG; these
+// checks use it in every build.
+extern "C" void __assert_fail(const char *__assertion, const char *__file, unsigned int __line,
+                              const char *__function) noexcept __attribute__((__noreturn__));
+
 #define EQU_ASSERT_AT(cond, text, file, line) \
     ((cond) ? (void)0 : __assert_fail(text, file, line, __func__))
 

@@ -1,0 +1,975 @@
+// The command-line engine: command templates and rules merged into one command
+// tree, the line parser that walks the tree and calls a path's handler inside
+// the "@" ... "$$" frame, the "?" help lists, Tab completion and the caret
+// pointers under wrong input. Touches no device node and no file: everything
+// it prints goes to standard output. Broken registrations are programming
+// errors and stop the program through CLI_ASSERT.
+#include <cctype>
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "equ_assert.h"
+#include "equ_cli_cmd.h"
+
+CLI_CMD_NODE_S *gpstCmdTempletRoot = nullptr;
+char gszLineBuf[CLI_LINE_BUF_LEN] = {};
+char gszSysPrompt[128] = "Corvanet";
+int gbAutoFixed = 0;
+int32_t genLanguage = 1;
+
+// ===========================================================================
+// Templates, rules and the command tree
+// ===========================================================================
+
+namespace {
+
+// Bounded copy that always terminates; a longer text is cut.
+void tree_copy_text(char *pcDst, size_t ulSize, const char *pcSrc)
+{
+    size_t ulLen = strnlen(pcSrc, ulSize - 1);
+    memcpy(pcDst, pcSrc, ulLen);
+    pcDst[ulLen] = '\0';
+}
+
+bool tree_is_rule_blank(char c)
+{
+    return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
+}
+
+// Numbers outside the template or naming an empty slot would make the link
+// read memory that is not an element: such a rule is refused instead.
+bool tree_rule_names_elements(CLI_CMD_TEMPLET_S *pTotalCmdVec, const int64_t *plCmdVec,
+                              int64_t lCount)
+{
+    for (int64_t i = 0; i < lCount; i++) {
+        if (plCmdVec[i] < 1 || plCmdVec[i] > CLI_TEMPLET_SIZE ||
+            pTotalCmdVec[plCmdVec[i] - 1] == nullptr) {
+            return false;
+        }
+    }
+    return true;
+}
+
+CLI_CMD_NODE_S *tree_copy_element(const CLI_CMD_ELEMENT_S *pstElement)
+{
+    auto *pstNode = static_cast<CLI_CMD_NODE_S *>(malloc(sizeof(CLI_CMD_NODE_S)));
+    if (pstNode != nullptr) {
+        memcpy(pstNode, pstElement, sizeof(*pstNode));
+        pstNode->pstBrother = nullptr;
+        pstNode->pstSon = nullptr;
+    }
+    return pstNode;
+}
+
+}  // namespace
+
+CLI_CMD_TEMPLET_S *CLI_NewCmdTemplet(void)
+{
+    return static_cast<CLI_CMD_TEMPLET_S *>(calloc(CLI_TEMPLET_SIZE, sizeof(CLI_CMD_TEMPLET_S)));
+}
+
+int64_t CLI_NewCmdElement(CLI_CMD_TEMPLET_S *pTemplet, uint32_t ulNum, const char *pcKey,
+                          uint64_t ulParaId, uint32_t ulHasValue, uint64_t ulValue,
+                          CLI_CMD_CHECK_PF pfCheck, CLI_HELP_GEN_PF pfHelpGen,
+                          const EQU_KEY_HELP_INFO_S *pstKeyHelpInfo, uint64_t ulHelpIdx)
+{
+    CLI_ASSERT(NULL != pcKey);
+    CLI_ASSERT(NULL != pstKeyHelpInfo);
+    if (pTemplet == nullptr || ulNum < 1 || ulNum > CLI_TEMPLET_SIZE) {
+        return -1;
+    }
+    auto *pstCmdElement = static_cast<CLI_CMD_ELEMENT_S *>(calloc(1, sizeof(CLI_CMD_ELEMENT_S)));
+    CLI_ASSERT(NULL != pstCmdElement);
+    tree_copy_text(pstCmdElement->szKey, sizeof(pstCmdElement->szKey), pcKey);
+    pstCmdElement->ulParaId = ulParaId;
+    pstCmdElement->ulHasValue = ulHasValue;
+    pstCmdElement->ulValue = ulValue;
+    pstCmdElement->pfHelpGen = pfHelpGen;
+    pstCmdElement->pfCheck = pfCheck;
+    pstCmdElement->pstHelpTbl = pstKeyHelpInfo;
+    pstCmdElement->ulHelpIdx = ulHelpIdx;
+    pTemplet[ulNum - 1] = pstCmdElement;
+    return 0;
+}
+
+int64_t CLI_CmdRuleCheck(const char *pcRule, int64_t *plCmdVec, int64_t *plCount)
+{
+    if (pcRule == nullptr || plCmdVec == nullptr || plCount == nullptr) {
+        return -1;
+    }
+    const char *pszCur = pcRule;
+    int64_t lCount = 0;
+    while (*pszCur != '\0') {
+        CLI_ASSERT(*pszCur == '$');
+        const char *pszDigits = ++pszCur;
+        uint64_t ulNum = CLI_Skip_AtoI(&pszCur);
+        // The caller's array holds one rule's worth of numbers.
+        if (pszCur == pszDigits || lCount >= CLI_TEMPLET_SIZE) {
+            return -1;
+        }
+        plCmdVec[lCount++] = static_cast<int64_t>(ulNum);
+        if (*pszCur == '\0') {
+            break;
+        }
+        if (!tree_is_rule_blank(*pszCur)) {
+            CLI_ASSERT(*pszCur == ' ');
+        }
+        pszCur++;
+    }
+    *plCount = lCount;
+    return 0;
+}
+
+CLI_CMD_NODE_S *CLI_GetCmdLinkFromRule(CLI_CMD_TEMPLET_S *pTotalCmdVec, int64_t lTotalElementNum,
+                                       const int64_t *plCmdVec, int64_t lCount,
+                                       CLI_CMD_HANDLER_PF pfHandlefunc)
+{
+    CLI_ASSERT(NULL != pTotalCmdVec);
+    CLI_ASSERT(NULL != plCmdVec);
+    CLI_ASSERT(NULL != pfHandlefunc);
+    if (lCount < 1 || lCount > CLI_TEMPLET_SIZE) {
+        return nullptr;
+    }
+    for (int64_t i = 0; i < lCount; i++) {
+        CLI_ASSERT(plCmdVec[i] <= lTotalElementNum);
+    }
+    if (!tree_rule_names_elements(pTotalCmdVec, plCmdVec, lCount)) {
+        return nullptr;
+    }
+    CLI_CMD_NODE_S *pstCmdLinkRoot = tree_copy_element(pTotalCmdVec[plCmdVec[0] - 1]);
+    CLI_ASSERT(NULL != pstCmdLinkRoot);
+    CLI_CMD_NODE_S *pstLast = pstCmdLinkRoot;
+    for (int64_t i = 1; i < lCount; i++) {
+        CLI_CMD_NODE_S *pstSon = tree_copy_element(pTotalCmdVec[plCmdVec[i] - 1]);
+        CLI_ASSERT(NULL != pstSon);
+        pstLast->pstSon = pstSon;
+        pstLast = pstSon;
+    }
+    pstLast->pfHandler = pfHandlefunc;
+    pstLast->pstSon = nullptr;
+    return pstCmdLinkRoot;
+}
+
+CLI_CMD_NODE_S *CLI_MatchInBrotherCmd(CLI_CMD_NODE_S *pstCurTemplet, CLI_CMD_NODE_S *pstCmdNode)
+{
+    CLI_ASSERT(NULL != pstCmdNode);
+    CLI_ASSERT(NULL != pstCurTemplet);
+    for (CLI_CMD_NODE_S *pstNode = pstCurTemplet; pstNode != nullptr; pstNode = pstNode->pstBrother) {
+        if (strcmp(pstNode->szKey, pstCmdNode->szKey) == 0) {
+            return pstNode;
+        }
+    }
+    return nullptr;
+}
+
+int64_t CLI_AddInBrotherCmd(CLI_CMD_NODE_S *pstCmdTemplet, CLI_CMD_NODE_S *pstCmdNode)
+{
+    CLI_ASSERT(NULL != pstCmdNode);
+    CLI_ASSERT(NULL != pstCmdTemplet);
+    CLI_CMD_NODE_S *pstLast = pstCmdTemplet;
+    while (pstLast->pstBrother != nullptr) {
+        pstLast = pstLast->pstBrother;
+    }
+    pstLast->pstBrother = pstCmdNode;
+    return 0;
+}
+
+// The first installation of a word fixes everything but a missing handler;
+// later copies of the word are dropped, the rest of the link hangs below.
+int64_t CLI_InstallCmdTemplet(CLI_CMD_NODE_S *pstCmdLink)
+{
+    CLI_ASSERT(NULL != pstCmdLink);
+    if (gpstCmdTempletRoot == nullptr) {
+        gpstCmdTempletRoot = pstCmdLink;
+        return 0;
+    }
+    CLI_CMD_NODE_S *pstLevel = gpstCmdTempletRoot;
+    CLI_CMD_NODE_S *pstCur = pstCmdLink;
+    while (pstCur != nullptr) {
+        CLI_CMD_NODE_S *pstSame = CLI_MatchInBrotherCmd(pstLevel, pstCur);
+        if (pstSame == nullptr) {
+            return CLI_AddInBrotherCmd(pstLevel, pstCur);
+        }
+        if (pstSame->pfHandler == nullptr) {
+            pstSame->pfHandler = pstCur->pfHandler;
+        }
+        CLI_CMD_NODE_S *pstRest = pstCur->pstSon;
+        free(pstCur);
+        pstCur = pstRest;
+        if (pstSame->pstSon == nullptr) {
+            pstSame->pstSon = pstCur;
+            return 0;
+        }
+        pstLevel = pstSame->pstSon;
+    }
+    return 0;
+}
+
+int64_t CLI_InstallCmd(CLI_CMD_TEMPLET_S *pTotalCmdVector, int64_t lTotalElementNum,
+                       const char *pcRule, CLI_CMD_HANDLER_PF pfHandleFunc)
+{
+    CLI_ASSERT(NULL != pTotalCmdVector);
+    CLI_ASSERT(NULL != pcRule);
+    CLI_ASSERT(NULL != pfHandleFunc);
+    int64_t alCmdVec[CLI_TEMPLET_SIZE] = {};
+    int64_t lCount = 0;
+    if (CLI_CmdRuleCheck(pcRule, alCmdVec, &lCount) != 0) {
+        return -1;
+    }
+    CLI_CMD_NODE_S *pstLink =
+        CLI_GetCmdLinkFromRule(pTotalCmdVector, lTotalElementNum, alCmdVec, lCount, pfHandleFunc);
+    if (pstLink == nullptr) {
+        return -1;
+    }
+    if (CLI_InstallCmdTemplet(pstLink) != 0) {
+        CLI_ASSERT(1 == 0);
+    }
+    return 0;
+}
+
+int64_t CLI_FreeCmdTemplet(CLI_CMD_TEMPLET_S *pCmdVector, int64_t lCount)
+{
+    CLI_ASSERT(NULL != pCmdVector);
+    for (int64_t i = 0; i < lCount && i < CLI_TEMPLET_SIZE; i++) {
+        free(pCmdVector[i]);
+        pCmdVector[i] = nullptr;
+    }
+    free(pCmdVector);
+    return 0;
+}
+
+// Brothers are walked in a loop so that a long level does not deepen the
+// recursion; only the sons recurse.
+void CLI_DestroyCmdTemplet(CLI_CMD_NODE_S *pstCmdNode)
+{
+    while (pstCmdNode != nullptr) {
+        CLI_CMD_NODE_S *pstBrother = pstCmdNode->pstBrother;
+        CLI_DestroyCmdTemplet(pstCmdNode->pstSon);
+        free(pstCmdNode);
+        pstCmdNode = pstBrother;
+    }
+}
+
+int CLI_IsdigitString(const char *pcStr)
+{
+    if (pcStr == nullptr) {
+        return 0;
+    }
+    if (*pcStr == '-') {
+        pcStr++;
+    }
+    return CLI_IsOnlydigitString(pcStr);
+}
+
+int CLI_IsOnlydigitString(const char *pcStr)
+{
+    if (pcStr == nullptr) {
+        return 0;
+    }
+    for (; *pcStr != '\0'; pcStr++) {
+        if (!isdigit(static_cast<unsigned char>(*pcStr))) {
+            return 0;
+        }
+    }
+    return 1;
+}
+
+uint64_t CLI_StrtoUL(const char *pcStr)
+{
+    return CLI_Skip_AtoI(&pcStr);
+}
+
+// Out-of-range texts saturate to the int range rather than overflow.
+int64_t CLI_StrtoL(const char *pcStr)
+{
+    if (pcStr == nullptr) {
+        return 0;
+    }
+    long lVal = strtol(pcStr, nullptr, 10);
+    if (lVal > INT_MAX) {
+        return INT_MAX;
+    }
+    if (lVal < INT_MIN) {
+        return INT_MIN;
+    }
+    return lVal;
+}
+
+uint64_t CLI_Skip_AtoI(const char **ppcCur)
+{
+    if (ppcCur == nullptr || *ppcCur == nullptr) {
+        return 0;
+    }
+    uint64_t ulVal = 0;
+    const char *pcCur = *ppcCur;
+    for (; isdigit(static_cast<unsigned char>(*pcCur)); pcCur++) {
+        ulVal = ulVal * 10 + static_cast<uint64_t>(*pcCur - '0');
+    }
+    *ppcCur = pcCur;
+    return ulVal;
+}
+
+uint64_t CLI_Skip_AtoHex(const char **ppcCur)
+{
+    if (ppcCur == nullptr || *ppcCur == nullptr) {
+        return 0;
+    }
+    uint64_t ulVal = 0;
+    const char *pcCur = *ppcCur;
+    for (;; pcCur++) {
+        char c = *pcCur;
+        uint64_t ulDigit;
+        if (c >= '0' && c <= '9') {
+            ulDigit = static_cast<uint64_t>(c - '0');
+        } else if (c >= 'a' && c <= 'f') {
+            ulDigit = static_cast<uint64_t>(c - 87);
+        } else if (c >= 'A' && c <= 'F') {
+            ulDigit = static_cast<uint64_t>(c - 55);
+        } else {
+            break;
+        }
+        ulVal = ulVal * 16 + ulDigit;
+    }
+    *ppcCur = pcCur;
+    return ulVal;
+}
+
+// ===========================================================================
+// Line parsing, matching, parameters and dispatch
+// ===========================================================================
+
+namespace {
+
+// Copies one word into a token, cut to its buffer; returns the cursor after
+// the whole word.
+const char *parse_take_word(const char *pcCur, char *pcToken, bool bLower)
+{
+    size_t ulLen = 0;
+    for (; *pcCur != '\0' && *pcCur != ' '; pcCur++) {
+        if (ulLen < CLI_MAX_TOKEN_LEN - 1) {
+            char c = *pcCur;
+            pcToken[ulLen++] = bLower ? static_cast<char>(tolower(static_cast<unsigned char>(c))) : c;
+        }
+    }
+    pcToken[ulLen] = '\0';
+    return pcCur;
+}
+
+const char *parse_skip_spaces(const char *pcCur)
+{
+    while (*pcCur == ' ') {
+        pcCur++;
+    }
+    return pcCur;
+}
+
+bool parse_is_marker(const CLI_CMD_NODE_S *pstNode, const char *pcMarker)
+{
+    return strcmp(pstNode->szKey, pcMarker) == 0;
+}
+
+CLI_CMD_NODE_S *parse_first_marker(CLI_CMD_NODE_S *pstLevel, const char *pcMarker)
+{
+    for (; pstLevel != nullptr; pstLevel = pstLevel->pstBrother) {
+        if (parse_is_marker(pstLevel, pcMarker)) {
+            return pstLevel;
+        }
+    }
+    return nullptr;
+}
+
+char parse_last_char(const char *pcToken)
+{
+    size_t ulLen = strlen(pcToken);
+    return ulLen == 0 ? '\0' : pcToken[ulLen - 1];
+}
+
+// "?" ends the walk: the help of the level reached so far.
+int64_t parse_help_at(const char *pcLine, const char *pcToken, int64_t lTokenNum,
+                      CLI_CMD_PARA_S *pstPara, CLI_CMD_NODE_S *pstLevel, bool bPrevComplete)
+{
+    if (bPrevComplete && strcmp(pcToken, "?") == 0) {
+        printf("\r\n    <cr>");
+    }
+    if (CLI_PrintCmdHelpInfo(pcToken, pstPara, pstLevel) != 0) {
+        CLI_PrintWrongCmdPos(pcLine, pcToken, lTokenNum);
+        return -1;
+    }
+    return 0;
+}
+
+// One token against the current level: matched, validated and recorded.
+// Prints the pointer and returns false when the line cannot go on.
+bool parse_step(const char *pcLine, const char *pcToken, int64_t lTokenNum,
+                CLI_CMD_PARA_S *pstPara, CLI_CMD_NODE_S *pstLevel, CLI_CMD_NODE_S **ppstMatched)
+{
+    int64_t lMatch = CLI_MatchInputInBrotherCmd(pcToken, pstLevel, ppstMatched);
+    if (lMatch < 0) {
+        CLI_PrintWrongCmdPos(pcLine, pcToken, lTokenNum);
+        return false;
+    }
+    if (lMatch > 1) {
+        CLI_PrintAmbiguousCmdPos(pcLine, pcToken, lTokenNum);
+        return false;
+    }
+    if (CLI_CheckCmdArg(pcToken, pstPara, *ppstMatched) != 0) {
+        CLI_PrintWrongCmdPos(pcLine, pcToken, lTokenNum);
+        return false;
+    }
+    CLI_RecordCmdPara(*ppstMatched, pstPara, pcToken);
+    return true;
+}
+
+}  // namespace
+
+int64_t CLI_GetCmdArg(const char *pcLineBuf, char (*pcArgv)[CLI_MAX_TOKEN_LEN], int64_t *plArgc)
+{
+    CLI_ASSERT(NULL != pcLineBuf);
+    CLI_ASSERT(NULL != pcArgv);
+    CLI_ASSERT(NULL != plArgc);
+    int64_t lArgc = 0;
+    const char *pcCur = parse_skip_spaces(pcLineBuf);
+    // Words after the table is full are read past and dropped.
+    char szDropped[CLI_MAX_TOKEN_LEN];
+    while (*pcCur != '\0') {
+        char *pcToken = lArgc < CLI_MAX_TOKEN_NUM ? pcArgv[lArgc] : szDropped;
+        pcCur = parse_take_word(pcCur, pcToken, lArgc == 0);
+        if (lArgc < CLI_MAX_TOKEN_NUM) {
+            lArgc++;
+        }
+        pcCur = parse_skip_spaces(pcCur);
+    }
+    *plArgc = lArgc;
+    return 0;
+}
+
+int64_t CLI_MainProcess(char *pcLineBuf, uint64_t ulLanguage)
+{
+    CLI_CMD_PARA_S stPara;
+    memset(&stPara, 0, sizeof(stPara));
+    stPara.ulLanguage = ulLanguage;
+    char aszArgv[CLI_MAX_TOKEN_NUM][CLI_MAX_TOKEN_LEN];
+    int64_t lArgc = 0;
+    CLI_GetCmdArg(pcLineBuf, aszArgv, &lArgc);
+    if (lArgc == 0) {
+        return 0;
+    }
+    CLI_CMD_NODE_S *pstLevel = gpstCmdTempletRoot;
+    CLI_CMD_NODE_S *pstMatched = nullptr;
+    bool bPrevComplete = false;
+    for (int64_t i = 0; i < lArgc; i++) {
+        const char *pcToken = aszArgv[i];
+        char cLast = parse_last_char(pcToken);
+        if (cLast == '?') {
+            return parse_help_at(pcLineBuf, pcToken, i, &stPara, pstLevel, bPrevComplete);
+        }
+        if (cLast == '\t') {
+            if (CLI_ExternCmdInfo(pcToken, &stPara, pstLevel) == 0) {
+                return 0;
+            }
+            CLI_PrintWrongCmdPos(pcLineBuf, pcToken, i);
+            return -1;
+        }
+        if (!parse_step(pcLineBuf, pcToken, i, &stPara, pstLevel, &pstMatched)) {
+            return -1;
+        }
+        bPrevComplete = CLI_IsCompleteCmdLine(pstMatched) != 0;
+        pstLevel = pstMatched->pstSon;
+    }
+    if (!CLI_IsCompleteCmdLine(pstMatched)) {
+        CLI_PrintInCompleteCmd(pcLineBuf);
+        return 0;
+    }
+    CLI_ExecCmdHandleFunc(pstMatched, &stPara);
+    return 0;
+}
+
+// Keywords win over parameter slots; a digit string prefers "<Integer>".
+int64_t CLI_MatchInputInBrotherCmd(const char *pcToken, CLI_CMD_NODE_S *pstLevel,
+                                   CLI_CMD_NODE_S **ppstMatched)
+{
+    if (pcToken == nullptr || pstLevel == nullptr || ppstMatched == nullptr) {
+        return -1;
+    }
+    int64_t lCount = CLI_MatchCmdKeyInBrotherCmd(pstLevel, pcToken, ppstMatched);
+    if (lCount > 0) {
+        return lCount;
+    }
+    int64_t lRet = -1;
+    if (CLI_IsdigitString(pcToken)) {
+        lRet = CLI_MatchIntegerInBrotherCmd(pstLevel, ppstMatched);
+    }
+    if (lRet != 0) {
+        lRet = CLI_MatchStringInBrotherCmd(pstLevel, ppstMatched);
+    }
+    return lRet;
+}
+
+int64_t CLI_MatchCmdKeyInBrotherCmd(CLI_CMD_NODE_S *pstLevel, const char *pcToken,
+                                    CLI_CMD_NODE_S **ppstMatched)
+{
+    if (pcToken == nullptr) {
+        return 0;
+    }
+    size_t ulLen = strlen(pcToken);
+    int64_t lCount = 0;
+    for (; pstLevel != nullptr; pstLevel = pstLevel->pstBrother) {
+        if (strncmp(pstLevel->szKey, pcToken, ulLen) == 0) {
+            lCount++;
+            if (ppstMatched != nullptr) {
+                *ppstMatched = pstLevel;
+            }
+        }
+    }
+    return lCount;
+}
+
+int64_t CLI_MatchIntegerInBrotherCmd(CLI_CMD_NODE_S *pstLevel, CLI_CMD_NODE_S **ppstMatched)
+{
+    CLI_CMD_NODE_S *pstNode = parse_first_marker(pstLevel, CLI_INTEGER);
+    if (ppstMatched != nullptr) {
+        *ppstMatched = pstNode;
+    }
+    return pstNode != nullptr ? 0 : -1;
+}
+
+int64_t CLI_MatchStringInBrotherCmd(CLI_CMD_NODE_S *pstLevel, CLI_CMD_NODE_S **ppstMatched)
+{
+    CLI_CMD_NODE_S *pstNode = parse_first_marker(pstLevel, CLI_STRING);
+    if (ppstMatched != nullptr) {
+        *ppstMatched = pstNode;
+    }
+    return pstNode != nullptr ? 0 : -1;
+}
+
+// A token that abbreviates "<Integer>" itself can select the slot; it is not
+// a number, so it is refused here without troubling the validator.
+int64_t CLI_CheckCmdArg(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara, CLI_CMD_NODE_S *pstNode)
+{
+    if (pcToken == nullptr || pstNode == nullptr) {
+        return -1;
+    }
+    bool bInteger = parse_is_marker(pstNode, CLI_INTEGER);
+    if (!bInteger && !parse_is_marker(pstNode, CLI_STRING)) {
+        return 0;
+    }
+    if (bInteger && !CLI_IsdigitString(pcToken)) {
+        return -1;
+    }
+    if (pstNode->pfCheck == nullptr) {
+        return 0;
+    }
+    return static_cast<int64_t>(pstNode->pfCheck(pcToken, pstCmdPara));
+}
+
+int64_t CLI_RecordCmdPara(CLI_CMD_NODE_S *pstNode, CLI_CMD_PARA_S *pstCmdPara, const char *pcToken)
+{
+    if (pstNode == nullptr || pstCmdPara == nullptr || pcToken == nullptr) {
+        return -1;
+    }
+    if (pstNode->ulParaId == CLI_PARA_NONE) {
+        return 0;
+    }
+    if (pstCmdPara->ulParaLen >= CLI_MAX_TOKEN_NUM) {
+        return -1;
+    }
+    CLI_CMD_PARA_ENTRY_S *pstEntry = &pstCmdPara->astPara[pstCmdPara->ulParaLen++];
+    tree_copy_text(pstEntry->szPara, sizeof(pstEntry->szPara), pcToken);
+    pstEntry->pstNode = pstNode;
+    return 0;
+}
+
+int CLI_IsCompleteCmdLine(const CLI_CMD_NODE_S *pstNode)
+{
+    if (pstNode == nullptr) {
+        return 0;
+    }
+    return pstNode->pfHandler != nullptr || pstNode->pstSon == nullptr;
+}
+
+int64_t CLI_ExecCmdHandleFunc(CLI_CMD_NODE_S *pstCmdNode, CLI_CMD_PARA_S *pstCmdParaInfo)
+{
+    CLI_ASSERT(NULL != pstCmdNode);
+    CLI_ASSERT(NULL != pstCmdParaInfo);
+    if (pstCmdNode->pfHandler == nullptr) {
+        return 0;
+    }
+    printf("\r\n@");
+    uint64_t ulRet = pstCmdNode->pfHandler(pstCmdParaInfo);
+    printf(ulRet != 0 ? "\r\ntest result:fail" : "\r\ntest result:pass");
+    printf("\r\n$$");
+    return 0;
+}
+
+int64_t CLI_GetAllParaNum(CLI_CMD_PARA_S *pstCmdPara, uint64_t *pulParaNum)
+{
+    CLI_ASSERT(NULL != pstCmdPara);
+    CLI_ASSERT(NULL != pulParaNum);
+    *pulParaNum = pstCmdPara->ulParaLen;
+    return 0;
+}
+
+// In the accessors below the parameter number is compared unsigned, so that
+// a negative number fails the same check as one beyond the record.
+int64_t CLI_GetUlongValuePara(CLI_CMD_PARA_S *pCmdPara, int64_t lSeq, uint64_t *pulRetVal)
+{
+    CLI_ASSERT(NULL != pCmdPara);
+    CLI_ASSERT(NULL != pulRetVal);
+    const CLI_CMD_PARA_S *pstCmdRecordInfo = pCmdPara;
+    const uint64_t lCmdParaSeq = static_cast<uint64_t>(lSeq);
+    CLI_ASSERT(pstCmdRecordInfo->ulParaLen > lCmdParaSeq);
+    if (lCmdParaSeq >= CLI_MAX_TOKEN_NUM) {
+        return -1;
+    }
+    const CLI_CMD_PARA_ENTRY_S *pstEntry = &pCmdPara->astPara[lCmdParaSeq];
+    if (pstEntry->pstNode->ulHasValue != 0) {
+        *pulRetVal = pstEntry->pstNode->ulValue;
+        return 0;
+    }
+    if (!parse_is_marker(pstEntry->pstNode, CLI_INTEGER)) {
+        return -1;
+    }
+    *pulRetVal = CLI_StrtoUL(pstEntry->szPara);
+    return 0;
+}
+
+int64_t CLI_GetOctStringPara(CLI_CMD_PARA_S *pCmdPara, int64_t lSeq, char *pcDst)
+{
+    CLI_ASSERT(NULL != pCmdPara);
+    const CLI_CMD_PARA_S *pstCmdRecordInfo = pCmdPara;
+    const uint64_t lCmdParaSeq = static_cast<uint64_t>(lSeq);
+    CLI_ASSERT(pstCmdRecordInfo->ulParaLen > lCmdParaSeq);
+    if (lCmdParaSeq >= CLI_MAX_TOKEN_NUM || pcDst == nullptr) {
+        return -1;
+    }
+    const CLI_CMD_PARA_ENTRY_S *pstEntry = &pCmdPara->astPara[lCmdParaSeq];
+    if (!parse_is_marker(pstEntry->pstNode, CLI_STRING)) {
+        return -1;
+    }
+    tree_copy_text(pcDst, CLI_MAX_TOKEN_LEN, pstEntry->szPara);
+    return 0;
+}
+
+int64_t CLI_GetParaOID(CLI_CMD_PARA_S *pCmdPara, int64_t lSeq, uint64_t *pulCmdCMO)
+{
+    CLI_ASSERT(NULL != pCmdPara);
+    CLI_ASSERT(NULL != pulCmdCMO);
+    const CLI_CMD_PARA_S *pstCmdRecordInfo = pCmdPara;
+    const uint64_t lCmdParaSeq = static_cast<uint64_t>(lSeq);
+    CLI_ASSERT(pstCmdRecordInfo->ulParaLen > lCmdParaSeq);
+    if (lCmdParaSeq >= CLI_MAX_TOKEN_NUM) {
+        return -1;
+    }
+    *pulCmdCMO = pCmdPara->astPara[lCmdParaSeq].pstNode->ulParaId;
+    return 0;
+}
+
+// ===========================================================================
+// Help, completion lists and error pointers
+// ===========================================================================
+
+namespace {
+
+constexpr size_t kHelpKeyColumns = 15;
+
+bool help_is_any_marker(const CLI_CMD_NODE_S *pstNode)
+{
+    return parse_is_marker(pstNode, CLI_INTEGER) || parse_is_marker(pstNode, CLI_STRING);
+}
+
+// The token without its trailing "?" or tab.
+size_t help_token_prefix(const char *pcToken, char *pcPrefix)
+{
+    tree_copy_text(pcPrefix, CLI_MAX_TOKEN_LEN, pcToken);
+    size_t ulLen = strlen(pcPrefix);
+    if (ulLen > 0) {
+        pcPrefix[--ulLen] = '\0';
+    }
+    return ulLen;
+}
+
+bool help_begins_with(const CLI_CMD_NODE_S *pstNode, const char *pcPrefix, size_t ulLen)
+{
+    return strncmp(pstNode->szKey, pcPrefix, ulLen) == 0;
+}
+
+void help_print_line(const char *pcKey, const char *pcHelp)
+{
+    if (pcKey == nullptr) {
+        pcKey = "";
+    }
+    printf("\r\n    %s", pcKey);
+    for (size_t i = strlen(pcKey); i < kHelpKeyColumns; i++) {
+        putchar(' ');
+    }
+    printf("%s", pcHelp != nullptr ? pcHelp : "");
+}
+
+bool help_in_english(const CLI_CMD_PARA_S *pstCmdPara)
+{
+    return pstCmdPara == nullptr || pstCmdPara->ulLanguage != 0;
+}
+
+// A node is shown with its help row: the row's keyword may be a description
+// of the slot ("tx port num") rather than the word itself.
+void help_print_node(const CLI_CMD_NODE_S *pstNode, const CLI_CMD_PARA_S *pstCmdPara)
+{
+    const EQU_KEY_HELP_INFO_S *pstRow = &pstNode->pstHelpTbl[pstNode->ulHelpIdx];
+    const char *pcKey = pstRow->pcKey != nullptr ? pstRow->pcKey : pstNode->szKey;
+    help_print_line(pcKey, help_in_english(pstCmdPara) ? pstRow->pcHelpEn : pstRow->pcHelpCh);
+}
+
+void help_print_generated(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,
+                          const CLI_CMD_NODE_S *pstNode)
+{
+    CLI_HELP_VECTOR_S stHead = {};
+    pstNode->pfHelpGen(pcToken, pstCmdPara, &stHead);
+    bool bEnglish = help_in_english(pstCmdPara);
+    for (const CLI_HELP_VECTOR_S *pstEntry = stHead.pstNext; pstEntry != nullptr;
+         pstEntry = pstEntry->pstNext) {
+        help_print_line(pstEntry->pcKey, bEnglish ? pstEntry->pcHelpEn : pstEntry->pcHelpCh);
+    }
+    CLI_FreeHelpVector(&stHead);
+}
+
+// Rewrites the typed prefix (and the tab after it) at the end of the line
+// buffer with the whole keyword and a blank, all inside the buffer.
+void help_complete_word(const CLI_CMD_NODE_S *pstNode, size_t ulPrefixLen)
+{
+    size_t ulLineLen = strnlen(gszLineBuf, sizeof(gszLineBuf) - 1);
+    if (ulLineLen < ulPrefixLen + 1) {
+        return;
+    }
+    size_t ulStart = ulLineLen - ulPrefixLen - 1;
+    tree_copy_text(gszLineBuf + ulStart, sizeof(gszLineBuf) - ulStart, pstNode->szKey);
+    size_t ulBlank = strlen(gszLineBuf);
+    if (ulBlank > sizeof(gszLineBuf) - 2) {
+        ulBlank = sizeof(gszLineBuf) - 2;
+    }
+    gszLineBuf[ulBlank] = ' ';
+    gszLineBuf[ulBlank + 1] = '\0';
+    gbAutoFixed = 1;
+}
+
+void help_print_matches(const CLI_CMD_NODE_S *pstFrom, const char *pcPrefix, size_t ulLen)
+{
+    for (; pstFrom != nullptr; pstFrom = pstFrom->pstBrother) {
+        if (help_begins_with(pstFrom, pcPrefix, ulLen)) {
+            printf("    %s", pstFrom->szKey);
+        }
+    }
+}
+
+// Caret lines start under the typed line, past the prompt.
+void help_pointer_lead(size_t ulColumns)
+{
+    puts("\r");
+    printf("  ");
+    for (size_t i = strlen(gszSysPrompt) + ulColumns; i > 0; i--) {
+        putchar(' ');
+    }
+}
+
+bool help_is_word_gap(char c)
+{
+    return c == ' ' || c == '\t';
+}
+
+const char *help_skip_gap(const char *pcCur)
+{
+    while (help_is_word_gap(*pcCur)) {
+        pcCur++;
+    }
+    return pcCur;
+}
+
+const char *help_skip_word(const char *pcCur)
+{
+    while (*pcCur != '\0' && !help_is_word_gap(*pcCur)) {
+        pcCur++;
+    }
+    return pcCur;
+}
+
+}  // namespace
+
+int64_t CLI_PrintCmdHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara, CLI_CMD_NODE_S *pstLevel)
+{
+    if (pcToken == nullptr) {
+        return -1;
+    }
+    if (pcToken[0] == '?') {
+        return CLI_PrintCmdCompleteHelpInfo(pcToken, pstCmdPara, pstLevel);
+    }
+    return CLI_PrintCmdPartHelpInfo(pcToken, pstCmdPara, pstLevel);
+}
+
+int64_t CLI_ExternCmdInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara, CLI_CMD_NODE_S *pstLevel)
+{
+    if (pcToken == nullptr) {
+        return -1;
+    }
+    if (pcToken[0] == '\t') {
+        return CLI_PrintCmdCompleteHelpInfo(pcToken, pstCmdPara, pstLevel);
+    }
+    return CLI_PrintExternCmdPart(pcToken, pstCmdPara, pstLevel);
+}
+
+// A help generator is asked only when the level offers a single word.
+int64_t CLI_PrintCmdCompleteHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,
+                                     CLI_CMD_NODE_S *pstLevel)
+{
+    if (pcToken == nullptr) {
+        return -1;
+    }
+    if (pstLevel == nullptr) {
+        return 0;
+    }
+    if (pstLevel->pstBrother == nullptr && pstLevel->pfHelpGen != nullptr) {
+        help_print_generated(pcToken, pstCmdPara, pstLevel);
+        return 0;
+    }
+    for (; pstLevel != nullptr; pstLevel = pstLevel->pstBrother) {
+        help_print_node(pstLevel, pstCmdPara);
+    }
+    return 0;
+}
+
+// A lone slot accepts any prefix only when it is "<String>": the integer
+// text compared here carries a stray ")" and so never equals its marker, and
+// a number followed by "?" is answered as a wrong word. Operators know it so.
+int64_t CLI_PrintCmdPartHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,
+                                 CLI_CMD_NODE_S *pstLevel)
+{
+    if (pcToken == nullptr || pstLevel == nullptr) {
+        return -1;
+    }
+    char szPrefix[CLI_MAX_TOKEN_LEN];
+    size_t ulLen = help_token_prefix(pcToken, szPrefix);
+    if (pstLevel->pstBrother == nullptr) {
+        if (!help_begins_with(pstLevel, szPrefix, ulLen) && !parse_is_marker(pstLevel, CLI_STRING) &&
+            !parse_is_marker(pstLevel, "<Integer>)")) {
+            return -1;
+        }
+        if (pstLevel->pfHelpGen != nullptr) {
+            help_print_generated(pcToken, pstCmdPara, pstLevel);
+        } else {
+            puts("\r");
+            printf("    %s", pstLevel->szKey);
+        }
+        return 0;
+    }
+    bool bAny = false;
+    for (; pstLevel != nullptr; pstLevel = pstLevel->pstBrother) {
+        if (help_begins_with(pstLevel, szPrefix, ulLen)) {
+            if (!bAny) {
+                puts("\r");
+            }
+            bAny = true;
+            printf("    %s", pstLevel->szKey);
+        }
+    }
+    return bAny ? 0 : -1;
+}
+
+int64_t CLI_PrintExternCmdPart(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,
+                               CLI_CMD_NODE_S *pstLevel)
+{
+    (void)pstCmdPara;
+    if (pcToken == nullptr || pstLevel == nullptr) {
+        return -1;
+    }
+    char szPrefix[CLI_MAX_TOKEN_LEN];
+    size_t ulLen = help_token_prefix(pcToken, szPrefix);
+    const CLI_CMD_NODE_S *pstFirst = nullptr;
+    size_t ulMatches = 0;
+    bool bMarker = false;
+    for (const CLI_CMD_NODE_S *pstNode = pstLevel; pstNode != nullptr && ulMatches < 2;
+         pstNode = pstNode->pstBrother) {
+        bMarker = bMarker || help_is_any_marker(pstNode);
+        if (help_begins_with(pstNode, szPrefix, ulLen)) {
+            pstFirst = ulMatches == 0 ? pstNode : pstFirst;
+            ulMatches++;
+        }
+    }
+    if (ulMatches == 0) {
+        // A parameter is expected: the operator goes on typing.
+        return bMarker ? 0 : -1;
+    }
+    if (ulMatches == 1) {
+        help_complete_word(pstFirst, ulLen);
+        return 0;
+    }
+    puts("\r");
+    help_print_matches(pstFirst, szPrefix, ulLen);
+    return 0;
+}
+
+int64_t CLI_PrintWrongCmdPos(const char *pcLine, const char *pcToken, int64_t lTokenNum)
+{
+    (void)pcToken;
+    if (pcLine == nullptr) {
+        return -1;
+    }
+    const char *pcCur = help_skip_gap(pcLine);
+    for (int64_t lWord = 0; lWord < lTokenNum && *pcCur != '\0'; lWord++) {
+        pcCur = help_skip_gap(help_skip_word(pcCur));
+    }
+    help_pointer_lead(static_cast<size_t>(pcCur - pcLine));
+    putchar('^');
+    printf(genLanguage != 0 ? "\r\nWrong Command Input!" : "\r\n输入错误!");
+    return 0;
+}
+
+// The caret stops right after word n-1, one column later than the wrong-word
+// caret would; for word 0 it goes past the end of the line.
+int64_t CLI_PrintAmbiguousCmdPos(const char *pcLine, const char *pcToken, int64_t lTokenNum)
+{
+    (void)pcToken;
+    if (pcLine == nullptr) {
+        return -1;
+    }
+    const char *pcCur = help_skip_gap(pcLine);
+    int64_t lWord = 0;
+    while (*pcCur != '\0') {
+        pcCur = help_skip_word(pcCur);
+        if (++lWord == lTokenNum) {
+            break;
+        }
+        pcCur = help_skip_gap(pcCur);
+    }
+    help_pointer_lead(static_cast<size_t>(pcCur - pcLine));
+    printf(" ^");
+    printf(genLanguage != 0 ? "\r\nAmbiguous Command Input!" : "\r\n命令不明确!");
+    return 0;
+}
+
+int64_t CLI_PrintInCompleteCmd(const char *pcLine)
+{
+    if (pcLine == nullptr) {
+        return -1;
+    }
+    help_pointer_lead(strlen(pcLine));
+    printf(" ^");
+    printf(genLanguage != 0 ? "\r\nInComplete Command Input!" : "\r\n命令不完整!");
+    return 0;
+}
+
+// Frees the entries hung on the head; the head is the caller's and the texts
+// are static.
+void CLI_FreeHelpVector(CLI_HELP_VECTOR_S *pstHead)
+{
+    if (pstHead == nullptr) {
+        return;
+    }
+    CLI_HELP_VECTOR_S *pstEntry = pstHead->pstNext;
+    while (pstEntry != nullptr) {
+        CLI_HELP_VECTOR_S *pstNext = pstEntry->pstNext;
+        free(pstEntry);
+        pstEntry = pstNext;
+    }
+    pstHead->pstNext = nullptr;
+}
