@@ -104,7 +104,7 @@ def spawn_cli(state, args=('-d',), env_extra=None):
     assert any(arg.startswith('-') and ('d' in arg or 'h' in arg) for arg in args)
     env = dict(os.environ, BOARDSIM_STATE=str(state),
                LD_PRELOAD=str(build_dir() / 'sim' / 'libboardsim.so'),
-               ASAN_OPTIONS='verify_asan_link_order=0:detect_leaks=0')
+               ASAN_OPTIONS='verify_asan_link_order=0:detect_leaks=1')
     env.update(env_extra or {})
     child = pexpect.spawn(str(build_dir() / 'cli'), list(args), env=env, timeout=10)
     return child
@@ -191,7 +191,7 @@ def test_control_keys_are_not_signals(tool):
 def test_no_terminal_on_input(tmp_path):
     env = dict(os.environ, BOARDSIM_STATE=str(tmp_path),
                LD_PRELOAD=str(build_dir() / 'sim' / 'libboardsim.so'),
-               ASAN_OPTIONS='verify_asan_link_order=0:detect_leaks=0')
+               ASAN_OPTIONS='verify_asan_link_order=0:detect_leaks=1')
     with open(os.devnull, 'rb') as devnull:
         run = subprocess.run([str(build_dir() / 'cli'), '-d'], stdin=devnull,
                              capture_output=True, env=env, timeout=10)

@@ -29,7 +29,7 @@ SERVICES = ['appwatch', 'panelagent', 'dbserver', 'mainsvc', 'websvc', 'mediasvc
 def tool_env(state, path_dir=None):
     env = dict(os.environ, BOARDSIM_STATE=str(state),
                LD_PRELOAD=str(build_dir() / 'sim' / 'libboardsim.so'),
-               ASAN_OPTIONS='verify_asan_link_order=0:detect_leaks=0')
+               ASAN_OPTIONS='verify_asan_link_order=0:detect_leaks=1')
     if path_dir:
         env['PATH'] = f'{path_dir}:{env["PATH"]}'
     return env
