@@ -1,0 +1,375 @@
+// The command engine reached directly where transcripts cannot: the contract
+// assertions (death tests), rule parsing, refused registrations, the tree's
+// shape, the tokeniser, the parameter accessors and the string functions.
+// Touches no board node.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "equ_cli_cmd.h"
+
+namespace {
+
+const EQU_KEY_HELP_INFO_S kRows[] = {
+    {"alpha", "Alpha", "zh-alpha"},
+    {"beta", "Beta", "zh-beta"},
+    {"gamma", "Gamma", "zh-gamma"},
+};
+
+uint64_t handlerA(CLI_CMD_PARA_S *) { return 0; }
+uint64_t handlerB(CLI_CMD_PARA_S *) { return 0; }
+uint64_t rejectAll(const char *, CLI_CMD_PARA_S *) { return 1; }
+
+// glibc's assertion line for an engine check, as a regular expression.
+std::string assertion(const char *pcFunc, const std::string &strExpr)
+{
+    std::string strRe = std::string("src/equ_cli_cmd.c:[0-9]+: ") + pcFunc + ": Assertion `";
+    for (char c : strExpr) {
+        if (strchr("\\^$.|?*+()[]{}", c) != nullptr) {
+            strRe += '\\';
+        }
+        strRe += c;
+    }
+    return strRe + "' failed";
+}
+
+class CliEngine : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        reset();
+        m_pT = CLI_NewCmdTemplet();
+        CLI_AddKey(m_pT, 1, "alpha", kRows, 0);
+        CLI_AddKey(m_pT, 2, "beta", kRows, 1);
+        CLI_AddPara(m_pT, 3, CLI_INTEGER, nullptr, kRows, 2);
+        CLI_AddPara(m_pT, 4, CLI_STRING, nullptr, kRows, 2);
+    }
+    void TearDown() override
+    {
+        CLI_FreeCmdTemplet(m_pT, CLI_TEMPLET_SIZE);
+        reset();
+    }
+    static void reset()
+    {
+        CLI_DestroyCmdTemplet(gpstCmdTempletRoot);
+        gpstCmdTempletRoot = nullptr;
+    }
+    CLI_CMD_TEMPLET_S *m_pT = nullptr;
+};
+
+// ---- rules ----
+
+TEST_F(CliEngine, RuleTextsThatParse)
+{
+    int64_t alVec[CLI_TEMPLET_SIZE] = {};
+    int64_t lCount = -1;
+    EXPECT_EQ(0, CLI_CmdRuleCheck("$1 $11 $2", alVec, &lCount));
+    EXPECT_EQ(3, lCount);
+    EXPECT_EQ(11, alVec[1]);
+    EXPECT_EQ(0, CLI_CmdRuleCheck("$3 $4 ", alVec, &lCount));
+    EXPECT_EQ(2, lCount);
+    EXPECT_EQ(0, CLI_CmdRuleCheck("$5\t$6\n$7", alVec, &lCount));
+    EXPECT_EQ(3, lCount);
+    EXPECT_EQ(7, alVec[2]);
+    EXPECT_EQ(0, CLI_CmdRuleCheck("", alVec, &lCount));
+    EXPECT_EQ(0, lCount);
+    EXPECT_EQ(0, CLI_CmdRuleCheck("$0", alVec, &lCount));
+    EXPECT_EQ(0, alVec[0]);
+}
+
+TEST_F(CliEngine, RuleTextsRefusedWithoutStopping)
+{
+    int64_t alVec[CLI_TEMPLET_SIZE] = {};
+    int64_t lCount = 0;
+    EXPECT_EQ(-1, CLI_CmdRuleCheck("$1 $ 2", alVec, &lCount));
+    EXPECT_EQ(-1, CLI_CmdRuleCheck("$", alVec, &lCount));
+    std::string strLong;
+    for (int i = 0; i < CLI_TEMPLET_SIZE + 1; i++) {
+        strLong += "$1 ";
+    }
+    EXPECT_EQ(-1, CLI_CmdRuleCheck(strLong.c_str(), alVec, &lCount));
+    strLong.resize(strLong.size() - 3);
+    EXPECT_EQ(0, CLI_CmdRuleCheck(strLong.c_str(), alVec, &lCount));
+    EXPECT_EQ(CLI_TEMPLET_SIZE, lCount);
+}
+
+TEST_F(CliEngine, MalformedRulesStop)
+{
+    int64_t alVec[CLI_TEMPLET_SIZE] = {};
+    int64_t lCount = 0;
+    EXPECT_DEATH(CLI_CmdRuleCheck("$1  $2", alVec, &lCount),
+                 assertion("CLI_CmdRuleCheck", "*pszCur == '$'"));
+    EXPECT_DEATH(CLI_CmdRuleCheck(" $1", alVec, &lCount),
+                 assertion("CLI_CmdRuleCheck", "*pszCur == '$'"));
+    EXPECT_DEATH(CLI_CmdRuleCheck("$1,$2", alVec, &lCount),
+                 assertion("CLI_CmdRuleCheck", "*pszCur == ' '"));
+}
+
+// Unusable rules leave the command out silently; the tree stays as it was.
+TEST_F(CliEngine, UnusableRulesAreRefused)
+{
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(-1, CLI_InstallCmd(m_pT, 4, "", handlerA));
+    EXPECT_EQ(-1, CLI_InstallCmd(m_pT, 4, "$1 $", handlerA));
+    EXPECT_EQ(-1, CLI_InstallCmd(m_pT, 4, "$0 $1", handlerA));
+    EXPECT_EQ(-1, CLI_InstallCmd(m_pT, 9, "$1 $9", handlerA));    // empty slot
+    EXPECT_EQ(-1, CLI_InstallCmd(m_pT, 40, "$1 $31", handlerA));  // beyond a template
+    EXPECT_EQ("", testing::internal::GetCapturedStdout());
+    EXPECT_EQ(nullptr, gpstCmdTempletRoot);
+    EXPECT_EQ(-1, CLI_NewCmdElement(m_pT, 0, "x", CLI_PARA_NONE, 0, 0, nullptr, nullptr, kRows, 0));
+    EXPECT_EQ(-1, CLI_NewCmdElement(m_pT, 31, "x", CLI_PARA_NONE, 0, 0, nullptr, nullptr, kRows, 0));
+}
+
+TEST_F(CliEngine, BrokenRegistrationsStop)
+{
+    EXPECT_DEATH(CLI_InstallCmd(m_pT, 3, "$1 $4", handlerA),
+                 assertion("CLI_GetCmdLinkFromRule", "plCmdVec[i] <= lTotalElementNum"));
+    EXPECT_DEATH(CLI_AddKey(m_pT, 5, nullptr, kRows, 0), assertion("CLI_NewCmdElement", "NULL != pcKey"));
+    EXPECT_DEATH(CLI_AddKey(m_pT, 5, "x", nullptr, 0),
+                 assertion("CLI_NewCmdElement", "NULL != pstKeyHelpInfo"));
+    EXPECT_DEATH(CLI_InstallCmd(m_pT, 4, "$1", nullptr), assertion("CLI_InstallCmd", "NULL != pfHandleFunc"));
+    EXPECT_DEATH(CLI_InstallCmd(m_pT, 4, nullptr, handlerA), assertion("CLI_InstallCmd", "NULL != pcRule"));
+    EXPECT_DEATH(CLI_InstallCmd(nullptr, 4, "$1", handlerA),
+                 assertion("CLI_InstallCmd", "NULL != pTotalCmdVector"));
+    EXPECT_DEATH(CLI_InstallCmdTemplet(nullptr), assertion("CLI_InstallCmdTemplet", "NULL != pstCmdLink"));
+    EXPECT_DEATH(CLI_FreeCmdTemplet(nullptr, 1), assertion("CLI_FreeCmdTemplet", "NULL != pCmdVector"));
+}
+
+// ---- the tree ----
+
+TEST_F(CliEngine, MergingKeepsFirstInstallation)
+{
+    ASSERT_EQ(0, CLI_InstallCmd(m_pT, 4, "$1 $2", handlerA));
+    ASSERT_EQ(0, CLI_InstallCmd(m_pT, 4, "$1 $2", handlerB));
+    ASSERT_EQ(0, CLI_InstallCmd(m_pT, 4, "$1 $2 $3", handlerB));
+    ASSERT_EQ(0, CLI_InstallCmd(m_pT, 4, "$2", handlerB));
+    // A second <Integer> under beta merges into the first, validator and all.
+    CLI_AddPara(m_pT, 5, CLI_INTEGER, rejectAll, kRows, 1);
+    ASSERT_EQ(0, CLI_InstallCmd(m_pT, 5, "$1 $2 $5 $4", handlerA));
+
+    CLI_CMD_NODE_S *pstAlpha = gpstCmdTempletRoot;
+    ASSERT_NE(nullptr, pstAlpha);
+    EXPECT_STREQ("alpha", pstAlpha->szKey);
+    EXPECT_EQ(nullptr, pstAlpha->pfHandler);
+    ASSERT_NE(nullptr, pstAlpha->pstBrother);
+    EXPECT_STREQ("beta", pstAlpha->pstBrother->szKey);
+    EXPECT_EQ(handlerB, pstAlpha->pstBrother->pfHandler);
+
+    CLI_CMD_NODE_S *pstBeta = pstAlpha->pstSon;
+    ASSERT_NE(nullptr, pstBeta);
+    EXPECT_EQ(nullptr, pstBeta->pstBrother);
+    EXPECT_EQ(handlerA, pstBeta->pfHandler);
+    CLI_CMD_NODE_S *pstInt = pstBeta->pstSon;
+    ASSERT_NE(nullptr, pstInt);
+    EXPECT_EQ(nullptr, pstInt->pstBrother);
+    EXPECT_EQ(handlerB, pstInt->pfHandler);
+    EXPECT_EQ(nullptr, pstInt->pfCheck);
+    EXPECT_EQ(2u, pstInt->ulHelpIdx);
+    ASSERT_NE(nullptr, pstInt->pstSon);
+    EXPECT_STREQ(CLI_STRING, pstInt->pstSon->szKey);
+    EXPECT_EQ(handlerA, pstInt->pstSon->pfHandler);
+}
+
+// Nodes are copies: the template can go (and be reused) without touching them.
+TEST_F(CliEngine, TreeOutlivesItsTemplate)
+{
+    CLI_CMD_TEMPLET_S *pT = CLI_NewCmdTemplet();
+    std::string strLong(200, 'k');
+    CLI_AddKey(pT, 1, strLong.c_str(), kRows, 0);
+    ASSERT_EQ(0, CLI_InstallCmd(pT, 1, "$1", handlerA));
+    CLI_FreeCmdTemplet(pT, 1);
+    ASSERT_NE(nullptr, gpstCmdTempletRoot);
+    EXPECT_EQ(std::string(CLI_KEYWORD_LEN - 1, 'k'), gpstCmdTempletRoot->szKey);
+    EXPECT_EQ(handlerA, gpstCmdTempletRoot->pfHandler);
+}
+
+// ---- tokens and matching ----
+
+TEST_F(CliEngine, Tokenising)
+{
+    char aszArgv[CLI_MAX_TOKEN_NUM][CLI_MAX_TOKEN_LEN];
+    int64_t lArgc = -1;
+    CLI_GetCmdArg("  TeST Mainboard\tX  -5  ", aszArgv, &lArgc);
+    ASSERT_EQ(3, lArgc);
+    EXPECT_STREQ("test", aszArgv[0]);
+    EXPECT_STREQ("Mainboard\tX", aszArgv[1]);
+    EXPECT_STREQ("-5", aszArgv[2]);
+
+    CLI_GetCmdArg("   ", aszArgv, &lArgc);
+    EXPECT_EQ(0, lArgc);
+
+    std::string strLine = std::string(300, 'W') + " b";
+    CLI_GetCmdArg(strLine.c_str(), aszArgv, &lArgc);
+    ASSERT_EQ(2, lArgc);
+    EXPECT_EQ(std::string(CLI_MAX_TOKEN_LEN - 1, 'w'), aszArgv[0]);
+    EXPECT_STREQ("b", aszArgv[1]);
+
+    strLine.clear();
+    for (int i = 0; i < CLI_MAX_TOKEN_NUM + 5; i++) {
+        strLine += std::to_string(i) + " ";
+    }
+    CLI_GetCmdArg(strLine.c_str(), aszArgv, &lArgc);
+    ASSERT_EQ(CLI_MAX_TOKEN_NUM, lArgc);
+    EXPECT_STREQ("29", aszArgv[CLI_MAX_TOKEN_NUM - 1]);
+
+    EXPECT_DEATH(CLI_GetCmdArg(nullptr, aszArgv, &lArgc), assertion("CLI_GetCmdArg", "NULL != pcLineBuf"));
+}
+
+TEST_F(CliEngine, MatchingResults)
+{
+    ASSERT_EQ(0, CLI_InstallCmd(m_pT, 4, "$3", handlerA));
+    ASSERT_EQ(0, CLI_InstallCmd(m_pT, 4, "$1", handlerA));
+    ASSERT_EQ(0, CLI_InstallCmd(m_pT, 4, "$4", handlerA));
+    CLI_CMD_NODE_S *pstLevel = gpstCmdTempletRoot;
+    CLI_CMD_NODE_S *pstHit = nullptr;
+    EXPECT_EQ(1, CLI_MatchInputInBrotherCmd("al", pstLevel, &pstHit));
+    EXPECT_STREQ("alpha", pstHit->szKey);
+    EXPECT_EQ(2, CLI_MatchInputInBrotherCmd("<", pstLevel, &pstHit));
+    EXPECT_EQ(0, CLI_MatchInputInBrotherCmd("-12", pstLevel, &pstHit));
+    EXPECT_STREQ(CLI_INTEGER, pstHit->szKey);
+    EXPECT_EQ(0, CLI_MatchInputInBrotherCmd("zeta", pstLevel, &pstHit));
+    EXPECT_STREQ(CLI_STRING, pstHit->szKey);
+    EXPECT_EQ(-1, CLI_MatchInputInBrotherCmd("x", nullptr, &pstHit));
+    EXPECT_EQ(-1, CLI_MatchIntegerInBrotherCmd(pstLevel->pstBrother->pstBrother, &pstHit));
+    EXPECT_EQ(nullptr, pstHit);
+    // Without an <Integer> slot a number goes to <String>.
+    EXPECT_EQ(0, CLI_MatchInputInBrotherCmd("7", pstLevel->pstBrother, &pstHit));
+    EXPECT_STREQ(CLI_STRING, pstHit->szKey);
+}
+
+// ---- parameter record ----
+
+class CliParams : public CliEngine {
+protected:
+    void SetUp() override
+    {
+        CliEngine::SetUp();
+        CLI_NewCmdElement(m_pT, 5, CLI_INTEGER, 7, 1, 4242, nullptr, nullptr, kRows, 2);
+        m_stPara.ulParaLen = 3;
+        record(0, "-3", m_pT[2]);
+        record(1, "name", m_pT[3]);
+        record(2, "9", m_pT[4]);
+    }
+    void record(int i, const char *pcText, CLI_CMD_NODE_S *pstNode)
+    {
+        snprintf(m_stPara.astPara[i].szPara, CLI_MAX_TOKEN_LEN, "%s", pcText);
+        m_stPara.astPara[i].pstNode = pstNode;
+    }
+    CLI_CMD_PARA_S m_stPara = {};
+};
+
+TEST_F(CliParams, AccessorsByType)
+{
+    uint64_t ulVal = 77;
+    char szText[CLI_MAX_TOKEN_LEN] = "untouched";
+    EXPECT_EQ(0, CLI_GetUlongValuePara(&m_stPara, 0, &ulVal));
+    EXPECT_EQ(0u, ulVal);
+    EXPECT_EQ(-1, CLI_GetOctStringPara(&m_stPara, 0, szText));
+    EXPECT_STREQ("untouched", szText);
+
+    ulVal = 77;
+    EXPECT_EQ(-1, CLI_GetUlongValuePara(&m_stPara, 1, &ulVal));
+    EXPECT_EQ(77u, ulVal);
+    EXPECT_EQ(0, CLI_GetOctStringPara(&m_stPara, 1, szText));
+    EXPECT_STREQ("name", szText);
+
+    // The has-value flag overrides the typed text.
+    EXPECT_EQ(0, CLI_GetUlongValuePara(&m_stPara, 2, &ulVal));
+    EXPECT_EQ(4242u, ulVal);
+    uint64_t ulOid = 0;
+    EXPECT_EQ(0, CLI_GetParaOID(&m_stPara, 2, &ulOid));
+    EXPECT_EQ(7u, ulOid);
+    EXPECT_EQ(0, CLI_GetParaOID(&m_stPara, 1, &ulOid));
+    EXPECT_EQ(0u, ulOid);
+    uint64_t ulNum = 0;
+    EXPECT_EQ(0, CLI_GetAllParaNum(&m_stPara, &ulNum));
+    EXPECT_EQ(3u, ulNum);
+}
+
+TEST_F(CliParams, RecordingSkipsKeywords)
+{
+    CLI_CMD_PARA_S stPara = {};
+    EXPECT_EQ(0, CLI_RecordCmdPara(m_pT[0], &stPara, "alpha"));
+    EXPECT_EQ(0u, stPara.ulParaLen);
+    EXPECT_EQ(0, CLI_RecordCmdPara(m_pT[3], &stPara, "x"));
+    EXPECT_EQ(1u, stPara.ulParaLen);
+    EXPECT_EQ(m_pT[3], stPara.astPara[0].pstNode);
+    EXPECT_EQ(-1, CLI_RecordCmdPara(nullptr, &stPara, "x"));
+    EXPECT_EQ(-1, CLI_CheckCmdArg("<Int", &stPara, m_pT[2]));
+    EXPECT_EQ(0, CLI_CheckCmdArg("-0", &stPara, m_pT[2]));
+}
+
+TEST_F(CliParams, ReadingPastTheRecordStops)
+{
+    uint64_t ulVal = 0;
+    char szText[CLI_MAX_TOKEN_LEN];
+    const std::string strSeq = "pstCmdRecordInfo->ulParaLen > lCmdParaSeq";
+    EXPECT_DEATH(CLI_GetUlongValuePara(&m_stPara, 3, &ulVal), assertion("CLI_GetUlongValuePara", strSeq));
+    EXPECT_DEATH(CLI_GetUlongValuePara(&m_stPara, -1, &ulVal), assertion("CLI_GetUlongValuePara", strSeq));
+    EXPECT_DEATH(CLI_GetOctStringPara(&m_stPara, 3, szText), assertion("CLI_GetOctStringPara", strSeq));
+    EXPECT_DEATH(CLI_GetParaOID(&m_stPara, 5, &ulVal), assertion("CLI_GetParaOID", strSeq));
+    EXPECT_DEATH(CLI_GetUlongValuePara(nullptr, 0, &ulVal), assertion("CLI_GetUlongValuePara", "NULL != pCmdPara"));
+    EXPECT_DEATH(CLI_GetUlongValuePara(&m_stPara, 0, nullptr),
+                 assertion("CLI_GetUlongValuePara", "NULL != pulRetVal"));
+    EXPECT_DEATH(CLI_GetParaOID(&m_stPara, 0, nullptr), assertion("CLI_GetParaOID", "NULL != pulCmdCMO"));
+    EXPECT_DEATH(CLI_GetAllParaNum(nullptr, &ulVal), assertion("CLI_GetAllParaNum", "NULL != pstCmdPara"));
+    EXPECT_DEATH(CLI_ExecCmdHandleFunc(m_pT[0], nullptr),
+                 assertion("CLI_ExecCmdHandleFunc", "NULL != pstCmdParaInfo"));
+}
+
+// ---- help lists ----
+
+TEST(CliHelpVector, FreeReleasesEveryEntry)
+{
+    CLI_HELP_VECTOR_S stHead = {};
+    CLI_HELP_VECTOR_S **ppstTail = &stHead.pstNext;
+    for (int i = 0; i < 3; i++) {
+        *ppstTail = static_cast<CLI_HELP_VECTOR_S *>(calloc(1, sizeof(CLI_HELP_VECTOR_S)));
+        ppstTail = &(*ppstTail)->pstNext;
+    }
+    CLI_FreeHelpVector(&stHead);  // leak checker confirms under ASan
+    EXPECT_EQ(nullptr, stHead.pstNext);
+}
+
+// ---- string functions ----
+
+TEST(CliStrings, DigitStrings)
+{
+    for (const char *pcYes : {"", "-", "-12", "007", "0"}) {
+        EXPECT_EQ(1, CLI_IsdigitString(pcYes)) << pcYes;
+    }
+    for (const char *pcNo : {"1a", "--1", "+1", " 1", "1-"}) {
+        EXPECT_EQ(0, CLI_IsdigitString(pcNo)) << pcNo;
+    }
+    EXPECT_EQ(1, CLI_IsOnlydigitString(""));
+    EXPECT_EQ(1, CLI_IsOnlydigitString("0123"));
+    EXPECT_EQ(0, CLI_IsOnlydigitString("-1"));
+}
+
+TEST(CliStrings, Conversions)
+{
+    EXPECT_EQ(0u, CLI_StrtoUL("-5"));
+    EXPECT_EQ(42u, CLI_StrtoUL("42abc"));
+    EXPECT_EQ(18446744073709551615u, CLI_StrtoUL("18446744073709551615"));
+    EXPECT_EQ(0u, CLI_StrtoUL("18446744073709551616"));  // wraps
+    EXPECT_EQ(-17, CLI_StrtoL("  -17x"));
+    EXPECT_EQ(2147483647, CLI_StrtoL("99999999999"));
+    EXPECT_EQ(-2147483648LL, CLI_StrtoL("-99999999999"));
+
+    const char *pcCur = "1fZ";
+    EXPECT_EQ(31u, CLI_Skip_AtoHex(&pcCur));
+    EXPECT_EQ('Z', *pcCur);
+    pcCur = "aA09g";
+    EXPECT_EQ(0xAA09u, CLI_Skip_AtoHex(&pcCur));
+    EXPECT_EQ('g', *pcCur);
+    pcCur = "120 $3";
+    EXPECT_EQ(120u, CLI_Skip_AtoI(&pcCur));
+    EXPECT_EQ(' ', *pcCur);
+    EXPECT_EQ(0u, CLI_Skip_AtoI(&pcCur));
+    EXPECT_EQ(' ', *pcCur);
+}
+
+}  // namespace
