@@ -13,6 +13,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+// These tests run with the (uninstrumented) preload ahead of the ASan runtime
+// when the build is sanitized; ASan reads this hook before it checks the order.
+extern "C" __attribute__((used)) const char *__asan_default_options()
+{
+    return "verify_asan_link_order=0";
+}
+
 namespace {
 
 EQU_ENV_S env(const char *name, const char *value = "")
