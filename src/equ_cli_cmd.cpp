@@ -673,8 +673,6 @@ int64_t CLI_GetParaOID(CLI_CMD_PARA_S *pCmdPara, int64_t lSeq, uint64_t *pulCmdC
 
 namespace {
 
-constexpr size_t kHelpKeyColumns = 15;
-
 bool help_is_any_marker(const CLI_CMD_NODE_S *pstNode)
 {
     return parse_is_marker(pstNode, CLI_INTEGER) || parse_is_marker(pstNode, CLI_STRING);
@@ -696,16 +694,10 @@ bool help_begins_with(const CLI_CMD_NODE_S *pstNode, const char *pcPrefix, size_
     return strncmp(pstNode->szKey, pcPrefix, ulLen) == 0;
 }
 
+// The keyword padded to 15 columns (a longer one is not cut), then the text.
 void help_print_line(const char *pcKey, const char *pcHelp)
 {
-    if (pcKey == nullptr) {
-        pcKey = "";
-    }
-    printf("\r\n    %s", pcKey);
-    for (size_t i = strlen(pcKey); i < kHelpKeyColumns; i++) {
-        putchar(' ');
-    }
-    printf("%s", pcHelp != nullptr ? pcHelp : "");
+    printf("\r\n    %-15s%s", pcKey != nullptr ? pcKey : "", pcHelp != nullptr ? pcHelp : "");
 }
 
 bool help_in_english(const CLI_CMD_PARA_S *pstCmdPara)
@@ -767,10 +759,7 @@ void help_print_matches(const CLI_CMD_NODE_S *pstFrom, const char *pcPrefix, siz
 void help_pointer_lead(size_t ulColumns)
 {
     puts("\r");
-    printf("  ");
-    for (size_t i = strlen(gszSysPrompt) + ulColumns; i > 0; i--) {
-        putchar(' ');
-    }
+    printf("  %*s", static_cast<int>(strlen(gszSysPrompt) + ulColumns), "");
 }
 
 bool help_is_word_gap(char c)
