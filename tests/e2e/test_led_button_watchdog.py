@@ -86,7 +86,7 @@ def test_reset_key_verdicts_and_time_validator(board):
         b"\r\n@\r\nerror: reset button isn't pressed" + FAIL
     keys = [line for line in journal(state) if ' 0x40636 ' in line]
     assert [line.split(' -> ')[0] for line in keys] == ['ioctl /dev/hal_gpio 0x40636 arg=15'] * 3
-    for bad in ('0', '256'):
+    for bad in ('0', '256', '-5', '18446744073709551617'):
         out = run(child, f'test reset button {bad}')
         assert out.startswith(b'\r\ntime can only be 1~255s, please check')
         assert b'@' not in out
