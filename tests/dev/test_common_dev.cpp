@@ -1,8 +1,8 @@
 // The device access layer and the LED worker against the simulated board's
 // nodes (/dev/hal_nvram, /dev/hal_misc, /dev/hal_gpio, /dev/hal_rmc): the
 // records as the journal decodes them, each node's success test, the
-// messages, which descriptors stay open, and the LED flash cycle with its
-// "off" hand-shake. Each case has a state directory of its own.
+// messages, which descriptors stay open, the LED flash cycle with its "off"
+// hand-shake, and the power-key poll that no board installs. Each case has a state directory of its own.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,6 +17,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "equ_board.h"
+#include "equ_cli_cmd.h"
 #include "equ_cmd.h"
 #include "equ_common.h"
 
@@ -304,4 +306,30 @@ TEST_F(EquDevice, LedWorkerEndsOnAFailedCycleAndOffStillReturns)
     EXPECT_EQ(0u, EQU_CmdProc_LedOnAll(nullptr));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     EXPECT_TRUE(ledWrites(journal()).empty());
+}
+
+// No board has a power key; a board record with one installs its commands.
+TEST_F(EquDevice, PowerKeyPollsKey21UpToTheTypedSeconds)
+{
+    EQU_BOARD_DESC_S stDesc{};
+    stDesc.ucPowerKey = 1;
+    EQU_BOARD_DESC_S *pstSaved = gpstEquBoardDesc;
+    gpstEquBoardDesc = &stDesc;
+    EQU_Cmd_Button();
+    gpstEquBoardDesc = pstSaved;
+    auto run = [](const char *pcLine) {
+        char acLine[CLI_LINE_BUF_LEN];
+        snprintf(acLine, sizeof(acLine), "%s", pcLine);
+        CaptureStdout();
+        CLI_MainProcess(acLine, 1);
+        return GetCapturedStdout();
+    };
+    EXPECT_EQ("\r\n@\r\nerror:no press key!\r\ntest result:fail\r\n$$",
+              run("test powerkey button 2"));
+    put("keys/21", "pressed\n");
+    EXPECT_EQ("\r\n@\r\ntest result:pass\r\n$$", run("test powerkey button"));
+    Lines v = grep(journal(), "ioctl ");
+    ASSERT_EQ(3u, v.size());
+    EXPECT_EQ("ioctl /dev/hal_rmc 0x4010d key=21 state=1 -> 0", v[0]);
+    EXPECT_EQ("ioctl /dev/hal_rmc 0x4010d key=21 state=0 -> 0", v[2]);
 }
