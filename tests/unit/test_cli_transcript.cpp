@@ -84,15 +84,6 @@ uint64_t checkTemp(const char *pcToken, CLI_CMD_PARA_S *)
     return 0;
 }
 
-uint64_t checkSlot(const char *pcToken, CLI_CMD_PARA_S *)
-{
-    if (strcmp(pcToken, "0") != 0 && strcmp(pcToken, "1") != 0 && strcmp(pcToken, "all") != 0) {
-        printf("\r\nslot must be 0 ~ 1/all");
-        return 1;
-    }
-    return 0;
-}
-
 // Rejects with the number of parameters recorded before it.
 uint64_t checkSwitch(const char *pcToken, CLI_CMD_PARA_S *pstPara)
 {
@@ -180,7 +171,7 @@ void regTemperature()
     CLI_AddPara(pT, 5, CLI_INTEGER, checkTemp, kTemp, 3);
     CLI_AddKey(pT, 6, "netboard", kTemp, 8);
     CLI_AddKey(pT, 7, "heat", kTemp, 4);
-    CLI_AddPara(pT, 8, CLI_STRING, checkSlot, kTemp, 5);
+    CLI_AddPara(pT, 8, CLI_STRING, nullptr, kTemp, 5);
     CLI_AddKey(pT, 9, "ctrl", kTemp, 6);
     CLI_AddPara(pT, 10, CLI_STRING, checkSwitch, kTemp, 7);
     CLI_AddKey(pT, 11, "status", kTemp, 9);
