@@ -12,7 +12,7 @@ static EQU_BOARD_DESC_S *gpstBoardDescTbl_NVRK5T2B01_24_RADAR[1] = {
 static EQU_BOARD_TBL_S gstBoardTbl_NVRK5T2B01_24_RADAR = {gpstBoardDescTbl_NVRK5T2B01_24_RADAR, 1};
 
 // Last in the registry: the variants are registered B03, B02, B01, B04.
-__attribute__((constructor(104))) static uint32_t EQU_BoardInit_K5T2_B04(void)
+static uint32_t EQU_BoardInit_K5T2_B04(void)
 {
     return EQU_BoardInitK5T2B01(&gstEquBoard_NVRK5T2B01_24_RADAR,
                                 0x44130222,
@@ -21,4 +21,10 @@ __attribute__((constructor(104))) static uint32_t EQU_BoardInit_K5T2_B04(void)
                                 gszRs485Port2Tty_NVRK5T2B01_24_RADAR,
                                 gstCmdTbl_NVRK5T2B01_24_RADAR,
                                 &gstBoardTbl_NVRK5T2B01_24_RADAR);
+}
+
+// A constructor cannot hand back a status; a failed add has already said so.
+__attribute__((constructor(104))) static void EQU_BoardInit_K5T2_B04_Ctor(void)
+{
+    (void)EQU_BoardInit_K5T2_B04();
 }
