@@ -1,7 +1,7 @@
 // Common services that need no board: the bit printer, the shell runner's
 // verdicts, numbers read from a command, file existence, operator
-// confirmation read from a pipe on standard input, the TFTP command line (run
-// against a stand-in tftp put first on PATH), and the board-position keyword.
+// confirmation read from a pipe on standard input, and the TFTP command line
+// (run against a stand-in tftp put first on PATH).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -67,7 +67,7 @@ TEST(EquCommon, PrintBitShowsLowBitsAndWrapsTheShift)
     EXPECT_EQ("10000001", bits(0x81, 40));  // shift count 39 wraps to 7
 }
 
-TEST(EquCommon, ShellVerdictsAndNumbers)
+TEST(EquCommon, ShellVerdictsNumbersAndFiles)
 {
     EXPECT_EQ(0u, EQU_System("true"));
     EXPECT_EQ(200u, EQU_System("exit 3"));
@@ -78,17 +78,9 @@ TEST(EquCommon, ShellVerdictsAndNumbers)
     EXPECT_EQ(static_cast<uint32_t>(-7), EQU_CmdRes_Num("echo -7"));
     EXPECT_EQ("\r\nfgets error[true]\n",
               output([] { EXPECT_EQ(0xFFFFFFFFu, EQU_CmdRes_Num("true")); }));
-}
-
-TEST(EquCommon, FileExistenceAndBoardPosition)
-{
     EXPECT_EQ(0u, EQU_IsFileExist("/"));
     EXPECT_EQ(200u, EQU_IsFileExist("/nonexistent/equ"));
     EXPECT_EQ(200u, EQU_IsFileExist(nullptr));
-    EXPECT_EQ(0u, EQU_GetBoardPos("mainboard"));
-    EXPECT_EQ(14u, EQU_GetBoardPos("netboard"));
-    EXPECT_EQ(255u, EQU_GetBoardPos("Mainboard"));
-    EXPECT_EQ(255u, EQU_GetBoardPos(nullptr));
 }
 
 TEST(EquCommon, OnlyASingleYConfirms)
