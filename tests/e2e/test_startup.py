@@ -122,6 +122,24 @@ def test_kill_list_twice_with_a_pause_before_the_driver(tmp_path, fakes):
     assert stamps[7] - stamps[0] < 1.9      # and only one pause between the passes
 
 
+def test_kill_list_stops_the_services_inside_the_box(box_factory):
+    """Real processes carrying the services' names, and one that does not,
+    started in the box before the tool."""
+    script = (f'for n in {" ".join(SERVICES)} othersvc; do '
+              'cp /usr/bin/sleep /tmp/$n && /tmp/$n 1000 & done; sleep 0.3; '
+              f'{build_dir()}/cli -p; echo "cli status $?"; ps')
+    board = box_factory(run=['/bin/sh', '-c', script])
+    board.expect(b'<PLM7140>')
+    board.send(b'q\r')
+    assert board.wait() == 0
+    out = board.child.before.decode('latin-1')
+    assert 'cli status 0' in out
+    running = out.split('cli status 0', 1)[1]
+    assert '/tmp/othersvc' in running
+    assert not [name for name in SERVICES if f'/tmp/{name}' in running]
+    assert board.read('proc/sys/kernel/printk') == '7\n'
+
+
 # ---- start-up steps ----
 
 @pytest.mark.parametrize('target, output, last', [
