@@ -1,0 +1,99 @@
+"""PID 1 of the board: starts the program in the box's root, passes on the
+signals the launcher forwards, reaps orphans, and records how the program
+ended (exit status or signal) for the launcher. The program itself must not
+be PID 1: the kernel drops the signals an init raises on itself, so a tool
+that dies by re-raising a fatal signal would live on.
+
+    init.py PROG ARGS...   (environment: BOX_ROOT BOX_RUN BOX_STATE BOX_FAST
+                            BOX_PRELOAD, set by the board script)
+"""
+import ctypes
+import os
+import signal
+import sys
+
+STATE_IN_BOX = '/boardsim'
+# Capabilities whose reach is the host, whatever the namespaces: the clock,
+# kernel modules, raw I/O, reboot, device nodes (so no host disk node can be
+# made in the private /dev).
+DROPPED_CAPS = (25, 16, 17, 22, 27)
+PR_CAPBSET_DROP = 24
+FORWARDED = (signal.SIGTERM, signal.SIGHUP, signal.SIGINT, signal.SIGQUIT)
+
+
+def host_pid():
+    # /proc here is still the host's, so "self" names us as the host sees us.
+    with open('/proc/self/stat') as stat:
+        return int(stat.read().split()[0])
+
+
+def box_env():
+    env = {
+        'PATH': '/bin:/sbin:/usr/bin:/usr/sbin',
+        'HOME': '/root',
+        'TERM': os.environ.get('TERM', 'vt100'),
+        'BOARDSIM_STATE': STATE_IN_BOX,
+        'LD_PRELOAD': os.environ['BOX_PRELOAD'],
+        'ASAN_OPTIONS': os.environ.get('ASAN_OPTIONS', 'verify_asan_link_order=0'),
+    }
+    for name in ('BOARDSIM_DEBUG', 'UBSAN_OPTIONS', 'LSAN_OPTIONS'):
+        if name in os.environ:
+            env[name] = os.environ[name]
+    if os.environ.get('BOX_FAST') == '1':
+        # Twenty times faster from the real time of each start; sleeps shrink
+        # alike, monotonic clocks included so time-outs keep their proportions.
+        env.update(FAKETIME='+0 x20', FAKETIME_DONT_RESET='1', DONT_FAKE_MONOTONIC='0',
+                   FAKETIME_NO_CACHE='1')
+    return env
+
+
+def start(argv):
+    libc = ctypes.CDLL(None, use_errno=True)
+    pid = os.fork()
+    if pid:
+        return pid
+    try:
+        for sig in FORWARDED:
+            signal.signal(sig, signal.SIG_DFL)
+        for cap in DROPPED_CAPS:
+            libc.prctl(PR_CAPBSET_DROP, cap, 0, 0, 0)
+        os.chroot(os.environ['BOX_ROOT'])
+        os.chdir('/')
+        os.execvpe(argv[0], argv, box_env())
+    except OSError as err:
+        print(f'boardsim: {argv[0]}: {err.strerror}', file=sys.stderr)
+        os._exit(127)
+
+
+def main(argv):
+    run = os.environ['BOX_RUN']
+    with open(os.path.join(run, 'init.pid'), 'w') as out:
+        out.write(f'{host_pid()}\n')
+    child = 0
+
+    def forward(sig, _frame):
+        if child:
+            os.kill(child, sig)
+
+    for sig in FORWARDED:
+        signal.signal(sig, forward)
+    child = start(argv)
+    while True:
+        try:
+            pid, status = os.waitpid(-1, 0)
+        except ChildProcessError:
+            return 1
+        if pid == child:
+            break
+    if os.WIFSIGNALED(status):
+        ended, code = f'signal {os.WTERMSIG(status)}', 128 + os.WTERMSIG(status)
+    else:
+        code = os.waitstatus_to_exitcode(status)
+        ended = f'exit {code}'
+    with open(os.path.join(run, 'status'), 'w') as out:
+        out.write(ended + '\n')
+    return code
+
+
+if __name__ == '__main__':
+    sys.exit(main(sys.argv[1:]))
