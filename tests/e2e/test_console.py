@@ -1,85 +1,21 @@
 """The console as the operator sees it: user and equipment mode, the line
 editor's keys, history, "?" and Tab continuation and the line length limit,
-replayed from the transcripts under transcripts/ byte for byte; the terminal
-modes on the way in and on every way out (quit, SIGTERM, SIGHUP).
+replayed in the box from the transcripts under transcripts/ byte for byte;
+the terminal modes on the way in and on every way out (quit, SIGTERM, SIGHUP,
+no terminal at all), seen on the tool's own pseudo-terminal.
 """
 import os
-import re
 import signal
 import subprocess
 import termios
-import time
 from pathlib import Path
 
 import pexpect
 import pytest
 
+from boardbox import play_transcript
+
 TRANSCRIPTS = Path(__file__).parent / 'transcripts'
-
-# Named keys of the transcripts, as a VT100-style terminal sends them.
-KEYS = {
-    'up': b'\x1b[A', 'down': b'\x1b[B', 'right': b'\x1b[C', 'left': b'\x1b[D',
-    'ins': b'\x1b[2~', 'f5': b'\x1b[15~', 'bs': b'\b', 'del': b'\x7f', 'tab': b'\t',
-}
-ESCAPES = {'r': b'\r', 'n': b'\n', 't': b'\t', 'b': b'\b', 'e': b'\x1b', '\\': b'\\'}
-
-
-def decode(text):
-    """Transcript text to bytes: {key} names, backslash escapes, \\xNN."""
-    out = bytearray()
-    pos = 0
-    while pos < len(text):
-        char = text[pos]
-        if char == '{':
-            end = text.index('}', pos)
-            out += KEYS[text[pos + 1:end]]
-            pos = end + 1
-        elif char == '\\' and text[pos + 1] == 'x':
-            out.append(int(text[pos + 2:pos + 4], 16))
-            pos += 4
-        elif char == '\\':
-            out += ESCAPES[text[pos + 1]]
-            pos += 2
-        else:
-            out += char.encode('latin-1')
-            pos += 1
-    return bytes(out)
-
-
-def load(name):
-    """Steps of a transcript: (line number, keys typed or None, output)."""
-    steps = []
-    for num, line in enumerate((TRANSCRIPTS / name).read_text().splitlines(), 1):
-        if line.startswith('> '):
-            steps.append((num, decode(line[2:]), b''))
-        elif line.startswith('< '):
-            if not steps or steps[-1][2]:
-                steps.append((num, None, b''))
-            lnum, keys, out = steps[-1]
-            steps[-1] = (lnum, keys, out + decode(line[2:]))
-    return steps
-
-
-def read_exact(child, count, timeout=5.0):
-    """Up to count bytes of output, waiting at most timeout for them."""
-    got = b''
-    deadline = time.monotonic() + timeout
-    while len(got) < count and time.monotonic() < deadline:
-        try:
-            got += child.read_nonblocking(count - len(got), timeout=0.1)
-        except pexpect.TIMEOUT:
-            continue
-        except pexpect.EOF:
-            break
-    return got
-
-
-def play(child, name):
-    for num, keys, expected in load(name):
-        if keys:
-            child.send(keys)
-        got = read_exact(child, len(expected))
-        assert got == expected, f'{name}:{num}'
 
 
 def settle(child, quiet=0.3):
@@ -131,19 +67,22 @@ def finish(child):
     return child.exitstatus
 
 
-# ---- transcripts ----
+# ---- transcripts, replayed in the box ----
 
-def test_user_mode(tool):
-    play(tool, 'user_mode.txt')
-    assert finish(tool) == 0
+@pytest.mark.needs_cli
+def test_user_mode(box_factory):
+    board = box_factory().start()
+    play_transcript(board, TRANSCRIPTS / 'user_mode.txt')
+    assert board.wait() == 0
 
 
+@pytest.mark.needs_cli
 @pytest.mark.parametrize('name', ['editing.txt', 'history.txt', 'continuation.txt',
                                   'long_line.txt'])
-def test_equipment_mode(tool, name):
-    enter_equipment(tool)
-    play(tool, name)
-    assert settle(tool) == b''
+def test_equipment_mode(box, name):
+    box.enter_equipment()
+    play_transcript(box, TRANSCRIPTS / name)
+    assert box.settle() == b''
 
 
 # ---- the terminal on the way in and out ----

@@ -122,15 +122,16 @@ def test_kill_list_twice_with_a_pause_before_the_driver(tmp_path, fakes):
     assert stamps[7] - stamps[0] < 1.9      # and only one pause between the passes
 
 
+@pytest.mark.needs_cli
 def test_kill_list_stops_the_services_inside_the_box(box_factory):
     """Real processes carrying the services' names, and one that does not,
     started in the box before the tool."""
     script = (f'for n in {" ".join(SERVICES)} othersvc; do '
               'cp /usr/bin/sleep /tmp/$n && /tmp/$n 1000 & done; sleep 0.3; '
               f'{build_dir()}/cli -p; echo "cli status $?"; ps')
-    board = box_factory(run=['/bin/sh', '-c', script])
+    board = box_factory(run=['/bin/sh', '-c', script], fast=True).start()
     board.expect(b'<PLM7140>')
-    board.send(b'q\r')
+    board.send('q\r')
     assert board.wait() == 0
     out = board.child.before.decode('latin-1')
     assert 'cli status 0' in out
