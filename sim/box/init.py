@@ -70,14 +70,19 @@ def main(argv):
     with open(os.path.join(run, 'init.pid'), 'w') as out:
         out.write(f'{host_pid()}\n')
     child = 0
+    pending = []
 
     def forward(sig, _frame):
         if child:
             os.kill(child, sig)
+        else:
+            pending.append(sig)
 
     for sig in FORWARDED:
         signal.signal(sig, forward)
     child = start(argv)
+    for sig in pending:
+        os.kill(child, sig)
     while True:
         try:
             pid, status = os.waitpid(-1, 0)

@@ -1,0 +1,417 @@
+"""Driving the tool on the simulated board (sim/boardsim) from a test: start a
+box, type at its console, cut each command's output into its frame, read and
+change the board's state directory, read the journal, inject faults, replay
+console transcripts.
+
+    box = Box(tmp_path / 'state', args=('-d',)).start()
+    box.enter_equipment()
+    frame = box.command('test led on')      # Frame(result='pass', lines=[...])
+    assert box.journal(kind='ioctl', name='/dev/hal_gpio')
+    assert box.quit() == 0
+"""
+import os
+import re
+import signal
+import time
+from dataclasses import dataclass, field
+from pathlib import Path
+
+import pexpect
+
+REPO = Path(__file__).resolve().parents[2]
+BOARDSIM = REPO / 'sim' / 'boardsim'
+MODEL = 'PLM7140'
+# Rows and columns of the box's terminal: wide enough that no line of the
+# tool wraps.
+DIMENSIONS = (50, 250)
+
+KEYS = {
+    'enter': b'\r', 'tab': b'\t', 'bs': b'\b', 'del': b'\x7f', 'esc': b'\x1b',
+    'up': b'\x1b[A', 'down': b'\x1b[B', 'right': b'\x1b[C', 'left': b'\x1b[D',
+    'ins': b'\x1b[2~', 'f5': b'\x1b[15~',
+}
+ESCAPES = {'r': b'\r', 'n': b'\n', 't': b'\t', 'b': b'\b', 'e': b'\x1b', '\\': b'\\',
+           '{': b'{'}
+
+
+def build_dir():
+    return Path(os.environ.get('CLI_BUILD_DIR', REPO / 'build')).resolve()
+
+
+def tool_built():
+    return (build_dir() / 'cli').is_file()
+
+
+def undo_onlcr(raw):
+    """The tool's own bytes from what the terminal showed: the pty turns every
+    "\\n" into "\\r\\n", so each "\\r\\n" seen was a "\\n" written."""
+    return raw.replace(b'\r\n', b'\n')
+
+
+# ---- frames ----
+
+@dataclass
+class Frame:
+    """One command's answer, as the tool wrote it (terminal's \\r undone).
+
+    result: 'pass', 'fail', or None when the engine printed no frame (an
+    unknown command, an incomplete one, a confirmation refused).
+    lines: the handler's lines between "@" and "test result:" (each line the
+    tool began with "\\r\\n"), as bytes; for an unframed answer, its lines.
+    text: everything after the echo of the command, up to the next prompt.
+    raw: the same, as the terminal showed it.
+    """
+    result: str | None
+    lines: list
+    text: bytes
+    raw: bytes
+
+    @property
+    def passed(self):
+        return self.result == 'pass'
+
+    @property
+    def body(self):
+        return b'\r\n'.join(self.lines)
+
+
+FRAME = re.compile(rb'\r\n@(?P<body>.*)\r\ntest result:(?P<result>pass|fail)\r\n\$\$', re.S)
+
+
+def parse_frame(raw):
+    text = undo_onlcr(raw)
+    match = FRAME.search(text)
+    if not match:
+        lines = [line for line in text.split(b'\r\n') if line]
+        return Frame(None, lines, text, raw)
+    body = match.group('body')
+    lines = body.split(b'\r\n') if body else []
+    if body.startswith(b'\r\n'):
+        lines = lines[1:]
+    return Frame(match.group('result').decode(), lines, text, raw)
+
+
+# ---- the journal ----
+
+@dataclass
+class Entry:
+    """A journal line: kind (drv, open, ioctl, close, exec), name (function,
+    path or program), request (int or None), fields (name -> text, quotes
+    and escapes removed), args (the words without "=", e.g. an exec's
+    arguments), result (int or None), errno (name or None), line (as read)."""
+    kind: str
+    name: str
+    request: int | None
+    fields: dict = field(default_factory=dict)
+    args: list = field(default_factory=list)
+    result: int | None = None
+    errno: str | None = None
+    line: str = ''
+
+    def __getitem__(self, key):
+        return self.fields[key]
+
+
+TOKEN = re.compile(r'(\w+)=("(?:[^"\\]|\\.)*"|\S+)|(\S+)')
+
+
+def unquote(value):
+    if not value.startswith('"'):
+        return value
+    return (value[1:-1].encode('latin-1').decode('unicode_escape'))
+
+
+def parse_journal_line(line):
+    head, _, tail = line.rpartition(' -> ')
+    if not head:
+        head, tail = line, ''
+    words = head.split(' ', 2)
+    kind, name = words[0], words[1] if len(words) > 1 else ''
+    rest = words[2] if len(words) > 2 else ''
+    request = None
+    match = re.match(r'0x[0-9a-f]+(?= |$)', rest)
+    if match and kind != 'exec':
+        request = int(match.group(0), 16)
+        rest = rest[match.end():]
+    fields, args = {}, []
+    for key, value, word in TOKEN.findall(rest):
+        if key:
+            fields[key] = unquote(value)
+        else:
+            args.append(word)
+    result, errno = None, None
+    if tail:
+        parts = tail.split()
+        result = int(parts[0]) if re.fullmatch(r'-?\d+', parts[0]) else None
+        for part in parts[1:]:
+            if part.startswith('errno='):
+                errno = part[len('errno='):]
+    return Entry(kind, name, request, fields, args, result, errno, line)
+
+
+# ---- the box ----
+
+class Box:
+    """A board in a box running the tool (or `run`, another program) on a
+    pseudo-terminal. The state directory is kept (tests read it after the
+    run); `fast` runs time twenty times faster."""
+
+    def __init__(self, state, *, args=('-d',), board_id=None, fast=False, run=None,
+                 timeout=10, model=MODEL, env=None):
+        self.state = Path(state)
+        self.state.mkdir(parents=True, exist_ok=True)
+        self.args = list(args)
+        self.board_id = board_id
+        self.fast = fast
+        self.run = list(run) if run else None
+        self.timeout = timeout
+        self.model = model
+        self.env = env
+        self.child = None
+        self.status = None
+
+    # -- starting and ending --
+
+    def command_line(self):
+        argv = ['--state', str(self.state)]
+        if self.board_id is not None:
+            argv += ['--board-id', self.board_id if isinstance(self.board_id, str)
+                     else hex(self.board_id)]
+        if self.fast:
+            argv.append('--fast')
+        if self.run:
+            return argv + ['--run'] + self.run
+        return argv + ['--'] + self.args
+
+    def start(self):
+        env = dict(os.environ, CLI_BUILD_DIR=str(build_dir()), TERM='vt100')
+        env.update(self.env or {})
+        self.child = pexpect.spawn(str(BOARDSIM), self.command_line(), env=env,
+                                   timeout=self.timeout, dimensions=DIMENSIONS)
+        return self
+
+    def __enter__(self):
+        return self if self.child else self.start()
+
+    def __exit__(self, *exc):
+        self.close()
+
+    def wait(self, timeout=None):
+        """Waits for the end; the exit status, or minus the signal number."""
+        self.child.expect(pexpect.EOF, timeout=timeout or self.timeout)
+        self.child.close()
+        self.status = (self.child.exitstatus if self.child.signalstatus is None
+                       else -self.child.signalstatus)
+        return self.status
+
+    def quit(self, timeout=None):
+        """Leaves the tool from either mode; its exit status."""
+        if self.in_equipment_mode():
+            self.send('quit\r')
+            self.expect_prompt()
+        self.send('quit\r')
+        return self.wait(timeout)
+
+    def kill(self, sig=signal.SIGTERM):
+        """A signal to the program in the box (the launcher passes it on)."""
+        self.child.kill(sig)
+
+    def close(self):
+        """Ends whatever still runs: a signal first, then the whole group."""
+        if self.child is None or not self.child.isalive():
+            if self.child is not None:
+                self.child.close()
+            return
+        self.child.kill(signal.SIGTERM)
+        deadline = time.monotonic() + 3
+        while self.child.isalive() and time.monotonic() < deadline:
+            time.sleep(0.05)
+        if self.child.isalive():
+            try:
+                os.killpg(self.child.pid, signal.SIGKILL)
+            except ProcessLookupError:
+                pass
+        self.child.close(force=True)
+
+    # -- the console --
+
+    def send(self, data):
+        """Types text (str, latin-1) or bytes as they are."""
+        self.child.send(data.encode('latin-1') if isinstance(data, str) else data)
+
+    def key(self, *names):
+        """Named keys: enter, tab, bs, del, esc, up, down, left, right, ins, f5."""
+        self.child.send(b''.join(KEYS[name] for name in names))
+
+    def expect(self, pattern, timeout=None):
+        """Waits for bytes (exact) or a compiled regex; the output before them."""
+        if isinstance(pattern, str):
+            pattern = pattern.encode('latin-1')
+        if isinstance(pattern, bytes):
+            self.child.expect_exact(pattern, timeout=timeout or self.timeout)
+        else:
+            self.child.expect(pattern, timeout=timeout or self.timeout)
+        return self.child.before
+
+    def prompts(self):
+        model = self.model.encode()
+        return [b'\r\n<' + model + b'>', b'\r\n[' + model + b'-equipment]']
+
+    def expect_prompt(self, timeout=None):
+        """Waits for the next prompt of either mode; the output before it."""
+        self.child.expect_exact(self.prompts(), timeout=timeout or self.timeout)
+        self.mode = ('user', 'equipment')[self.child.match_index]
+        return self.child.before
+
+    def in_equipment_mode(self):
+        return getattr(self, 'mode', None) == 'equipment'
+
+    def ready(self, timeout=None):
+        """The banner and the first prompt; the output before it."""
+        return self.expect_prompt(timeout)
+
+    def enter_equipment(self):
+        if getattr(self, 'mode', None) is None:
+            self.ready()
+        if not self.in_equipment_mode():
+            self.send('en_equipment\r')
+            self.expect_prompt()
+        assert self.in_equipment_mode()
+
+    def line(self, text, timeout=None):
+        """Types a line and waits for the prompt; what came between, raw (the
+        echo of the line included)."""
+        self.send(text + '\r')
+        return self.expect_prompt(timeout)
+
+    def command(self, text, timeout=None):
+        """Runs a command line in the current mode and returns its Frame."""
+        raw = self.line(text, timeout)
+        echo = text.encode('latin-1')
+        if raw.startswith(echo):
+            raw = raw[len(echo):]
+        return parse_frame(raw + b'\r\n')
+
+    def settle(self, quiet=0.3):
+        """Whatever the tool prints until it stays quiet for `quiet` seconds."""
+        got = b''
+        while True:
+            try:
+                got += self.child.read_nonblocking(4096, timeout=quiet)
+            except (pexpect.TIMEOUT, pexpect.EOF):
+                return got
+
+    # -- the board's state --
+
+    def path(self, rel):
+        return self.state / rel
+
+    def read(self, rel, default=None):
+        """A state file's text (None or `default` when it does not exist)."""
+        path = self.path(rel)
+        return path.read_text(encoding='latin-1') if path.exists() else default
+
+    def write(self, rel, text):
+        """Sets a state file (a newline is added when missing)."""
+        path = self.path(rel)
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text if text.endswith('\n') else text + '\n', encoding='latin-1')
+
+    def remove(self, rel):
+        self.path(rel).unlink(missing_ok=True)
+
+    def fail(self, target, *, ret=None, errno=None, skip=None, times=None):
+        """Makes calls of `target` fail (DRV_Init, DRV_PerpCtl.0x1628,
+        open./dev/hal_gpio, ioctl./dev/hal_gpio.0x40610, exec.poweroff, ...)."""
+        lines = [f'{key}={value}' for key, value in
+                 (('ret', ret), ('errno', errno), ('skip', skip), ('times', times))
+                 if value is not None]
+        path = self.path('fail') / target
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(''.join(line + '\n' for line in lines))
+        self.path('fail').joinpath(target + '.count').unlink(missing_ok=True)
+
+    def unfail(self, target):
+        self.path('fail').joinpath(target).unlink(missing_ok=True)
+        self.path('fail').joinpath(target + '.count').unlink(missing_ok=True)
+
+    def journal_lines(self):
+        text = self.read('journal', '')
+        return text.splitlines()
+
+    def mark(self):
+        """A place in the journal, for journal(since=...)."""
+        return len(self.journal_lines())
+
+    def journal(self, kind=None, name=None, request=None, since=0):
+        """Parsed journal entries, optionally only those of one kind, name or
+        request, and only those after a mark."""
+        entries = [parse_journal_line(line) for line in self.journal_lines()[since:]]
+        return [entry for entry in entries
+                if (kind is None or entry.kind == kind)
+                and (name is None or entry.name == name)
+                and (request is None or entry.request == request)]
+
+
+# ---- transcripts ----
+
+def decode(text):
+    """Transcript text to bytes: {key} names, \\r \\n \\t \\b \\e \\\\ \\{ and
+    \\xNN escapes; everything else is latin-1 (GBK bytes as \\xNN)."""
+    out = bytearray()
+    pos = 0
+    while pos < len(text):
+        char = text[pos]
+        if char == '{':
+            end = text.index('}', pos)
+            out += KEYS[text[pos + 1:end]]
+            pos = end + 1
+        elif char == '\\' and text[pos + 1] == 'x':
+            out.append(int(text[pos + 2:pos + 4], 16))
+            pos += 4
+        elif char == '\\':
+            out += ESCAPES[text[pos + 1]]
+            pos += 2
+        else:
+            out += char.encode('latin-1')
+            pos += 1
+    return bytes(out)
+
+
+def load_transcript(path):
+    """Steps (line number, keys typed or None, exact output expected).
+    '> ' lines are typed, '< ' lines are the output that follows (lines in a
+    row are joined), '#' lines and blank lines are comments."""
+    steps = []
+    for num, line in enumerate(Path(path).read_text(encoding='latin-1').splitlines(), 1):
+        if line.startswith('> '):
+            steps.append((num, decode(line[2:]), b''))
+        elif line.startswith('< '):
+            if not steps or steps[-1][2]:
+                steps.append((num, None, b''))
+            lnum, keys, out = steps[-1]
+            steps[-1] = (lnum, keys, out + decode(line[2:]))
+    return steps
+
+
+def read_exactly(child, count, timeout):
+    got = b''
+    deadline = time.monotonic() + timeout
+    while len(got) < count and time.monotonic() < deadline:
+        try:
+            got += child.read_nonblocking(count - len(got), timeout=0.1)
+        except pexpect.TIMEOUT:
+            continue
+        except pexpect.EOF:
+            break
+    return got
+
+
+def play_transcript(box, path, timeout=5.0):
+    """Replays a transcript against a running box, byte for byte; on the first
+    difference an AssertionError names the file and line."""
+    for num, keys, expected in load_transcript(path):
+        if keys:
+            box.child.send(keys)
+        got = read_exactly(box.child, len(expected), timeout)
+        assert got == expected, f'{path}:{num}: expected {expected!r}, got {got!r}'

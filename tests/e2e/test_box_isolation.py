@@ -1,0 +1,65 @@
+"""What the tool does in the box stays in the box: the kill list meets only
+the box's processes, the printk level and kernel settings written inside
+leave the host's alone, and the box's interfaces and addresses never show on
+the host."""
+import shutil
+import subprocess
+from pathlib import Path
+
+import pytest
+
+from boardbox import build_dir
+
+HOST_PRINTK = Path('/proc/sys/kernel/printk')
+
+
+@pytest.fixture
+def host_mainsvc(tmp_path):
+    """A host process carrying a name on the tool's kill list."""
+    copy = tmp_path / 'mainsvc'
+    shutil.copy('/usr/bin/sleep', copy)
+    proc = subprocess.Popen([str(copy), '300'])
+    yield proc
+    proc.kill()
+    proc.wait()
+
+
+def in_box_service(then):
+    # The same name inside the box; its end (137 = SIGKILL) is printed.
+    return ('cp /usr/bin/sleep /tmp/mainsvc; /tmp/mainsvc 300 & svc=$!; '
+            f'{then}; wait $svc; echo "mainsvc ended $?"')
+
+
+def test_killall_reaches_only_the_box(box_run, host_mainsvc):
+    status, out = box_run('/bin/sh', '-c', in_box_service('sleep 0.2; killall -9 mainsvc'))
+    assert status == 0, out
+    assert b'mainsvc ended 137' in out
+    assert host_mainsvc.poll() is None
+
+
+@pytest.mark.needs_cli
+def test_kill_list_and_printk_stay_in_the_box(box_factory, host_mainsvc):
+    host_printk = HOST_PRINTK.read_text()
+    board = box_factory(run=['/bin/sh', '-c', in_box_service(f'{build_dir()}/cli')],
+                        fast=True).start()
+    board.ready()
+    host_links = subprocess.run(['ip', '-o', 'addr'], capture_output=True, text=True).stdout
+    board.send('q\r')
+    board.expect('mainsvc ended 137')
+    assert board.wait() == 0
+    assert host_mainsvc.poll() is None, 'a host process was killed from inside the box'
+    assert HOST_PRINTK.read_text() == host_printk
+    assert board.read('proc/sys/kernel/printk').split()[0] == '0'
+    for name in ('pc0', 'pc1', '192.168.1.', '192.168.2.'):
+        assert name not in host_links
+
+
+def test_kernel_settings_are_read_only_in_the_box(box_run):
+    script = ('echo 3 > /proc/sys/kernel/printk && cat /proc/sys/kernel/printk; '
+              'echo 1 > /proc/sys/vm/drop_caches && echo vm-written; '
+              'date -s 2001-01-01 >/dev/null 2>&1; date +year-%Y; exit 0')
+    status, out = box_run('/bin/sh', '-c', script)
+    assert status == 0
+    assert out.startswith(b'3\r\n')
+    assert b'vm-written' not in out and b'year-2001' not in out
+    assert b'year-20' in out
