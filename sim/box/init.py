@@ -27,6 +27,14 @@ def host_pid():
         return int(stat.read().split()[0])
 
 
+def asan_options():
+    # A sanitized tool finds the preload ahead of the ASan runtime.
+    options = os.environ.get('ASAN_OPTIONS', '')
+    if 'verify_asan_link_order' not in options:
+        options = ':'.join(filter(None, [options, 'verify_asan_link_order=0']))
+    return options
+
+
 def box_env():
     env = {
         'PATH': '/bin:/sbin:/usr/bin:/usr/sbin',
@@ -34,7 +42,7 @@ def box_env():
         'TERM': os.environ.get('TERM', 'vt100'),
         'BOARDSIM_STATE': STATE_IN_BOX,
         'LD_PRELOAD': os.environ['BOX_PRELOAD'],
-        'ASAN_OPTIONS': os.environ.get('ASAN_OPTIONS', 'verify_asan_link_order=0'),
+        'ASAN_OPTIONS': asan_options(),
     }
     for name in ('BOARDSIM_DEBUG', 'UBSAN_OPTIONS', 'LSAN_OPTIONS'):
         if name in os.environ:
