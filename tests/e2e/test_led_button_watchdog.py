@@ -1,127 +1,97 @@
-"""The LED, reset-key and watchdog commands typed at the tool on the
-simulated board: the LED worker's cycle and "led off" as the GPIO journal
-shows them, the reset key's verdicts and time validator, and the watchdog
-test with the status the watchdog driver reports. Time runs ten times fast
-(libfaketime) so the flash cycle and the watchdog's five seconds are short.
+"""The LED, reset-key and watchdog commands typed at the tool in the box: the
+LED worker's cycle and "led off" as the GPIO journal shows them, the reset
+key's verdicts and time validator, and the watchdog test with the status the
+watchdog driver reports. The box runs time fast, so the flash cycle and the
+watchdog's five seconds are short.
 """
-import re
 import time
-from pathlib import Path
 
 import pytest
 
-from test_console import build_dir, enter_equipment, spawn_cli
-from test_startup import fail, journal
+pytestmark = pytest.mark.needs_cli
 
-FAKETIME = Path('/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1')
-PASS = b'\r\ntest result:pass\r\n$$'
-FAIL = b'\r\ntest result:fail\r\n$$'
 CYCLE = [(b, 1) for b in (22, 24, 26, 28, 23, 25, 27, 29)] + \
         [(b, 0) for b in (22, 24, 26, 28)] + [(b, 1) for b in (22, 24, 26, 28)] + \
         [(b, 0) for b in (23, 25, 27, 29)]
 ALL_OFF = [(b, 1) for b in (23, 25, 27, 29, 22, 24, 26, 28)]
-PROMPT = b'[PLM7140-equipment]'
-LED_WRITE = re.compile(r'ioctl /dev/hal_gpio 0x40610 group=3 bit=(\d+) value=(\d) ')
+GPIO_SET = 0x40610
 
 
 @pytest.fixture
-def board(tmp_path):
-    """The tool in equipment mode, and its state directory."""
-    preload = f'{build_dir() / "sim" / "libboardsim.so"}:{FAKETIME}'
-    state = tmp_path / 'state'
-    child = spawn_cli(state, env_extra={'LD_PRELOAD': preload, 'FAKETIME': '+0 x10'})
-    enter_equipment(child)
-    yield child, state
-    child.terminate(force=True)
+def board(box_factory):
+    """The tool in equipment mode on a fast board."""
+    box = box_factory(fast=True).start()
+    box.enter_equipment()
+    return box
 
 
-def run(child, line, timeout=10):
-    """What the tool prints for a typed line, between its echo and the next
-    prompt, with the terminal's added carriage returns taken out."""
-    child.send(line.encode() + b'\r')
-    child.expect_exact(PROMPT, timeout=timeout)
-    out = child.before.replace(b'\r\r\n', b'\r\n')
-    assert out.startswith(line.encode()) and out.endswith(b'\r\n')
-    return out[len(line):-2]
-
-
-def led_writes(state):
-    return [(int(m[1]), int(m[2])) for m in map(LED_WRITE.match, journal(state)) if m]
-
-
-def wait_writes(state, count, timeout=10):
-    deadline = time.monotonic() + timeout
-    while len(led_writes(state)) < count and time.monotonic() < deadline:
-        time.sleep(0.02)
-    return led_writes(state)
+def led_writes(box, since=0):
+    return [(int(e['bit']), int(e['value']))
+            for e in box.journal('ioctl', '/dev/hal_gpio', GPIO_SET, since) if e['group'] == '3']
 
 
 def test_led_cycle_then_off_leaves_all_off(board):
-    child, state = board
     start = time.monotonic()
-    assert run(child, 'test led off') == b'\r\n@' + PASS   # never flashed: at once
+    assert board.command('test led off').passed   # never flashed: at once
     assert time.monotonic() - start < 1
-    assert led_writes(state) == ALL_OFF
-    (state / 'journal').unlink()
-    assert run(child, 'test led on') == b'\r\n@' + PASS
-    assert wait_writes(state, 2 * len(CYCLE))[:2 * len(CYCLE)] == CYCLE * 2
-    assert run(child, 'test led off') == b'\r\n@' + PASS
-    writes = led_writes(state)
+    assert led_writes(board) == ALL_OFF
+    mark = board.mark()
+    assert board.command('test led on').passed
+    deadline = time.monotonic() + 10
+    while len(led_writes(board, mark)) < 2 * len(CYCLE) and time.monotonic() < deadline:
+        time.sleep(0.02)
+    assert board.command('test led off').passed
+    writes = led_writes(board, mark)
     assert writes[-8:] == ALL_OFF
+    assert len(writes) >= 2 * len(CYCLE) + 8
     assert writes[:-8] == CYCLE * ((len(writes) - 8) // len(CYCLE))
-    for bit in range(22, 30):
-        assert (state / 'gpio' / f'3.{bit}').read_text() == '1\n'
+    assert all(board.read(f'gpio/3.{bit}') == '1\n' for bit in range(22, 30))
 
 
 def test_reset_key_verdicts_and_time_validator(board):
-    child, state = board
-    assert run(child, 'test reset button') == b'\r\n@' + PASS
-    assert run(child, 'test reset button 255') == b'\r\n@' + PASS
-    (state / 'keys').mkdir(exist_ok=True)
-    (state / 'keys' / 'reset').write_text('released\n')
-    assert run(child, 'test reset button 1') == \
-        b"\r\n@\r\nerror: reset button isn't pressed" + FAIL
-    keys = [line for line in journal(state) if ' 0x40636 ' in line]
-    assert [line.split(' -> ')[0] for line in keys] == ['ioctl /dev/hal_gpio 0x40636 arg=15'] * 3
+    assert board.command('test reset button').passed
+    assert board.command('test reset button 255').passed
+    board.write('keys/reset', 'released')
+    frame = board.command('test reset button 1')
+    assert (frame.result, frame.body) == ('fail', b"error: reset button isn't pressed")
+    keys = board.journal('ioctl', '/dev/hal_gpio', 0x40636)
+    assert [(e['arg'], e.result) for e in keys] == [('15', 0), ('15', 0), ('15', -1)]
     for bad in ('0', '256', '-5', '18446744073709551617'):
-        out = run(child, f'test reset button {bad}')
-        assert out.startswith(b'\r\ntime can only be 1~255s, please check')
-        assert b'@' not in out
-    assert len([line for line in journal(state) if ' 0x40636 ' in line]) == 3
+        frame = board.command(f'test reset button {bad}')
+        assert frame.result is None
+        assert frame.text.startswith(b'\r\ntime can only be 1~255s, please check')
+    assert len(board.journal('ioctl', '/dev/hal_gpio', 0x40636)) == 3
 
 
-def watchdog_status(state, timeout):
+def watchdog_status(box, timeout):
     """The driver's status file with the given timeout (armed: time left = timeout)."""
-    path = state / 'proc' / 'watchdog_status'
-    path.parent.mkdir(parents=True, exist_ok=True)
-    path.write_text(''.join('%-12s: %-12s\n' % kv for kv in (
+    box.write('proc/watchdog_status', ''.join('%-12s: %-12s\n' % kv for kv in (
         ('name', 'hal_wdt'), ('mode', 0), ('timeleft', 0), ('timeout', timeout))))
 
 
-def watchdog_descriptors(state):
-    """(opened, closed) counts of /dev/hal_watchdog in the journal."""
-    lines = journal(state)
-    return (sum(line.startswith('open /dev/hal_watchdog fd=') for line in lines),
-            sum(line.startswith('close /dev/hal_watchdog ') for line in lines))
+def watchdog_descriptors(box):
+    """(opened, closed) counts of /dev/hal_watchdog."""
+    return (len([e for e in box.journal('open', '/dev/hal_watchdog') if e.result >= 0]),
+            len(box.journal('close', '/dev/hal_watchdog')))
 
 
 def test_watchdog_passes_and_stays_armed(board):
-    child, state = board
-    assert run(child, 'test watchdog', timeout=20) == b'\r\n@' + PASS
-    lines = journal(state)
-    assert 'ioctl /dev/hal_watchdog 0x70108 mode=1 rest=00,00,00,00,00,00,00,00 -> 0' in lines
-    assert 'drv DRV_PerpCtl 0x1628 bytes=00,07,ff -> 0' in lines
-    assert watchdog_descriptors(state) == (1, 0)
+    frame = board.command('test watchdog', timeout=20)
+    assert (frame.result, frame.body) == ('pass', b'')
+    arm = board.journal('ioctl', '/dev/hal_watchdog', 0x70108)
+    assert [(e['mode'], e['rest'], e.result) for e in arm] == [('1', '00,' * 7 + '00', 0)]
+    assert [e['bytes'] for e in board.journal('drv', 'DRV_PerpCtl', 0x1628)] == ['00,07,ff']
+    assert watchdog_descriptors(board) == (1, 0)
 
 
 @pytest.mark.parametrize('setup, message', [
-    (lambda state: watchdog_status(state, 0), b'\r\nFailed to test watchdog'),
-    (lambda state: watchdog_status(state, 1), b'\r\nFailed to test watchdog'),
-    (lambda state: fail(state, 'ioctl./dev/hal_watchdog.0x70108'), b'\r\nFailed to test watchdog'),
-    (lambda state: fail(state, 'DRV_PerpCtl.0x1628'), b''),
+    (lambda box: watchdog_status(box, 0), b'Failed to test watchdog'),
+    (lambda box: watchdog_status(box, 1), b'Failed to test watchdog'),
+    (lambda box: box.fail('ioctl./dev/hal_watchdog.0x70108'), b'Failed to test watchdog'),
+    (lambda box: box.fail('DRV_PerpCtl.0x1628'), b''),
 ])
 def test_watchdog_failures_close_the_device(board, setup, message):
-    child, state = board
-    setup(state)
-    assert run(child, 'test watchdog', timeout=20) == b'\r\n@' + message + FAIL
-    assert watchdog_descriptors(state) == (1, 1)
+    setup(board)
+    frame = board.command('test watchdog', timeout=20)
+    assert (frame.result, frame.body) == ('fail', message)
+    assert watchdog_descriptors(board) == (1, 1)
