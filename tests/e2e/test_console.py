@@ -38,6 +38,8 @@ def spawn_cli(state, args=('-d',), env_extra=None):
     """The tool with the board's nodes emulated and its own state directory.
     Only "-d" runs belong here: the kill list must run inside the box."""
     assert any(arg.startswith('-') and ('d' in arg or 'h' in arg) for arg in args)
+    # Without the preload the printk level would be the host's.
+    assert (build_dir() / 'sim' / 'libboardsim.so').is_file()
     env = dict(os.environ, BOARDSIM_STATE=str(state),
                LD_PRELOAD=str(build_dir() / 'sim' / 'libboardsim.so'),
                ASAN_OPTIONS='verify_asan_link_order=0:detect_leaks=1')

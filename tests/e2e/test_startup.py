@@ -27,6 +27,8 @@ SERVICES = ['appwatch', 'panelagent', 'dbserver', 'mainsvc', 'websvc', 'mediasvc
 
 
 def tool_env(state, path_dir=None):
+    # Without the preload the printk level would be the host's.
+    assert (build_dir() / 'sim' / 'libboardsim.so').is_file()
     env = dict(os.environ, BOARDSIM_STATE=str(state),
                LD_PRELOAD=str(build_dir() / 'sim' / 'libboardsim.so'),
                ASAN_OPTIONS='verify_asan_link_order=0:detect_leaks=1')
