@@ -13,7 +13,7 @@ from pathlib import Path
 import pexpect
 import pytest
 
-from boardbox import play_transcript
+from boardbox import build_dir, play_transcript
 
 TRANSCRIPTS = Path(__file__).parent / 'transcripts'
 
@@ -30,22 +30,24 @@ def settle(child, quiet=0.3):
 
 # ---- a tool on a pseudo-terminal, on the simulated board ----
 
-def build_dir():
-    return Path(os.environ.get('CLI_BUILD_DIR', Path(__file__).parents[2] / 'build'))
-
-
-def spawn_cli(state, args=('-d',), env_extra=None):
-    """The tool with the board's nodes emulated and its own state directory.
-    Only "-d" runs belong here: the kill list must run inside the box."""
-    assert any(arg.startswith('-') and ('d' in arg or 'h' in arg) for arg in args)
+def tool_env(state, path_dir=None):
+    """The board's nodes emulated, with state; path_dir goes first on PATH."""
     # Without the preload the printk level would be the host's.
     assert (build_dir() / 'sim' / 'libboardsim.so').is_file()
     env = dict(os.environ, BOARDSIM_STATE=str(state),
                LD_PRELOAD=str(build_dir() / 'sim' / 'libboardsim.so'),
                ASAN_OPTIONS='verify_asan_link_order=0:detect_leaks=1')
-    env.update(env_extra or {})
-    child = pexpect.spawn(str(build_dir() / 'cli'), list(args), env=env, timeout=10)
-    return child
+    if path_dir:
+        env['PATH'] = f'{path_dir}:{env["PATH"]}'
+    return env
+
+
+def spawn_cli(state, args=('-d',), path_dir=None):
+    """The tool with its own state directory. Only "-d" runs belong here:
+    the kill list must run inside the box."""
+    assert any(arg.startswith('-') and ('d' in arg or 'h' in arg) for arg in args)
+    return pexpect.spawn(str(build_dir() / 'cli'), list(args), env=tool_env(state, path_dir),
+                         timeout=10)
 
 
 @pytest.fixture
@@ -130,12 +132,9 @@ def test_control_keys_are_not_signals(tool):
 
 
 def test_no_terminal_on_input(tmp_path):
-    env = dict(os.environ, BOARDSIM_STATE=str(tmp_path),
-               LD_PRELOAD=str(build_dir() / 'sim' / 'libboardsim.so'),
-               ASAN_OPTIONS='verify_asan_link_order=0:detect_leaks=1')
     with open(os.devnull, 'rb') as devnull:
         run = subprocess.run([str(build_dir() / 'cli'), '-d'], stdin=devnull,
-                             capture_output=True, env=env, timeout=10)
+                             capture_output=True, env=tool_env(tmp_path), timeout=10)
     assert run.returncode == 1
     assert run.stderr == b'\r\nFailed to set attributes\n'
     assert run.stdout.endswith(b'EQUIPMENT_TEST_OK\r\n**********************')

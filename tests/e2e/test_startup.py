@@ -14,7 +14,7 @@ from pathlib import Path
 import pexpect
 import pytest
 
-from test_console import build_dir, finish, spawn_cli
+from test_console import build_dir, finish, spawn_cli, tool_env
 
 USAGE = (b'\r\nEQU_Usage: cli [options]'
          b'\r\n        -d   do not kill user tasks'
@@ -24,17 +24,6 @@ USAGE = (b'\r\nEQU_Usage: cli [options]'
 BANNER = b'\r\n**********************\r\nEQUIPMENT_TEST_OK\r\n**********************'
 SERVICES = ['appwatch', 'panelagent', 'dbserver', 'mainsvc', 'websvc', 'mediasvc',
             'hwmanager']
-
-
-def tool_env(state, path_dir=None):
-    # Without the preload the printk level would be the host's.
-    assert (build_dir() / 'sim' / 'libboardsim.so').is_file()
-    env = dict(os.environ, BOARDSIM_STATE=str(state),
-               LD_PRELOAD=str(build_dir() / 'sim' / 'libboardsim.so'),
-               ASAN_OPTIONS='verify_asan_link_order=0:detect_leaks=1')
-    if path_dir:
-        env['PATH'] = f'{path_dir}:{env["PATH"]}'
-    return env
 
 
 def run_cli(state, *args, path_dir=None):
@@ -102,7 +91,7 @@ def test_usage_ends_before_anything_is_done(tmp_path, fakes, args):
 def test_printk_level_and_no_kills_with_d(tmp_path, fakes):
     for args, level in ((['-d'], '0\n'), (['-d', '-p'], '7\n'), (['-pd'], '7\n')):
         state = tmp_path / level.strip() / str(len(args))
-        child = spawn_cli(state, args, env_extra={'PATH': tool_env(state, fakes)['PATH']})
+        child = spawn_cli(state, args, path_dir=fakes)
         assert quit_tool(child) == 0
         assert printk(state) == level
         assert not any('killall' in line for line in journal(state))
@@ -122,25 +111,6 @@ def test_kill_list_twice_with_a_pause_before_the_driver(tmp_path, fakes):
     stamps = [float(k[-1]) for k in kills]
     assert stamps[7] - stamps[6] >= 0.9     # the pause after the first pass
     assert stamps[7] - stamps[0] < 1.9      # and only one pause between the passes
-
-
-@pytest.mark.needs_cli
-def test_kill_list_stops_the_services_inside_the_box(box_factory):
-    """Real processes carrying the services' names, and one that does not,
-    started in the box before the tool."""
-    script = (f'for n in {" ".join(SERVICES)} othersvc; do '
-              'cp /usr/bin/sleep /tmp/$n && /tmp/$n 1000 & done; sleep 0.3; '
-              f'{build_dir()}/cli -p; echo "cli status $?"; ps')
-    board = box_factory(run=['/bin/sh', '-c', script], fast=True).start()
-    board.expect(b'<PLM7140>')
-    board.send('q\r')
-    assert board.wait() == 0
-    out = board.child.before.decode('latin-1')
-    assert 'cli status 0' in out
-    running = out.split('cli status 0', 1)[1]
-    assert '/tmp/othersvc' in running
-    assert not [name for name in SERVICES if f'/tmp/{name}' in running]
-    assert board.read('proc/sys/kernel/printk') == '7\n'
 
 
 # ---- start-up steps ----
@@ -165,7 +135,7 @@ def test_failed_step_exits_255_without_cleanup(tmp_path, target, output, last):
 
 
 def test_start_up_order_and_shutdown_order(tmp_path, fakes):
-    child = spawn_cli(tmp_path, ('-d',), env_extra={'PATH': tool_env(tmp_path, fakes)['PATH']})
+    child = spawn_cli(tmp_path, path_dir=fakes)
     child.expect_exact(b'<PLM7140>')
     assert child.before.replace(b'\r\r\n', b'\r\n') == BANNER + b'\r\n'
     assert names(journal(tmp_path)) == [
@@ -183,28 +153,16 @@ def test_start_up_order_and_shutdown_order(tmp_path, fakes):
     assert 'mode=0' in [line for line in lines if '0x40113' in line][-1]
 
 
-def test_unknown_board_runs_with_the_last_record(tmp_path):
+def test_unknown_board_and_gps_rate_failure_are_only_reported(tmp_path):
     (tmp_path / 'board_id').write_text('0x12345678\n')
-    child = spawn_cli(tmp_path)
-    child.expect_exact(b'<PLM7140>')
-    assert child.before.replace(b'\r\r\n', b'\r\n') == \
-        b'\r\nnot find board 0x12345678' + BANNER + b'\r\n'
-    assert quit_tool_from_prompt(child) == 0
-
-
-def test_gps_rate_failure_is_only_reported(tmp_path):
     fail(tmp_path, 'DRV_GPS_SetBaudRate')
     child = spawn_cli(tmp_path)
     child.expect_exact(b'<PLM7140>')
-    assert child.before.replace(b'\r\r\n', b'\r\n') == \
-        b'\r\nSetup gps port rate 9600 failed' + BANNER + b'\r\n'
-    assert quit_tool_from_prompt(child) == 0
-    assert 'drv DRV_DeInit' in names(journal(tmp_path))
-
-
-def quit_tool_from_prompt(child):
+    assert child.before.replace(b'\r\r\n', b'\r\n') == (
+        b'\r\nnot find board 0x12345678\r\nSetup gps port rate 9600 failed' + BANNER + b'\r\n')
     child.send(b'q\r')
-    return finish(child)
+    assert finish(child) == 0
+    assert 'drv DRV_DeInit' in names(journal(tmp_path))
 
 
 # ---- figures ----
@@ -220,4 +178,5 @@ def test_banner_soon_and_idle_prompt_costs_no_cpu(tmp_path):
     with open(f'/proc/{child.pid}/stat') as stat:
         after = sum(int(f) for f in stat.read().rsplit(')', 1)[1].split()[11:13])
     assert after - before <= 2   # clock ticks (1/100 s) over two seconds
-    assert quit_tool_from_prompt(child) == 0
+    child.send(b'q\r')
+    assert finish(child) == 0

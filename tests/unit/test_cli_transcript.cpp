@@ -450,7 +450,6 @@ protected:
     void TearDown() override { resetEngine(); }
 };
 
-TEST_F(CliTranscript, Merging) { Transcript("cli_merging.txt").run(); }
 TEST_F(CliTranscript, Matching) { Transcript("cli_matching.txt").run(); }
 TEST_F(CliTranscript, DispatchFrame) { Transcript("cli_dispatch.txt").run(); }
 TEST_F(CliTranscript, HelpLists) { Transcript("cli_help.txt").run(); }
