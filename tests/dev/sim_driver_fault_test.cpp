@@ -18,20 +18,11 @@ TEST_F(BoardTest, DriverAnswersFromStateAndJournals)
     ASSERT_EQ(DRV_SysCtl(DRV_SYS_GET_BOARD_ID, &id), 0);
     EXPECT_EQ(id, 0x44130109u);
     EXPECT_TRUE(logged("drv DRV_SysCtl 0x1400 uninit=1 board_id=0x44130109 -> 0"));
-    ASSERT_EQ(DRV_Init(200), 0);
-    EXPECT_TRUE(logged("drv DRV_Init arg=200 -> 0"));
-    put("board_id", "0x44130222\n");
-    ASSERT_EQ(DRV_SysCtl(DRV_SYS_GET_BOARD_ID, &id), 0);
-    EXPECT_EQ(id, 0x44130222u);
 
     put("temperature/netboard", "-12\n");
     int64_t t = 0;
     ASSERT_EQ(DRV_PerpCtl(DRV_PERP_NET_TEMP, &t), 0);
     EXPECT_EQ(t, -12);
-
-    uint8_t wdt[3] = {0, 7, 255};
-    ASSERT_EQ(DRV_PerpCtl(DRV_PERP_WDT_INDICATE, wdt), 0);
-    EXPECT_TRUE(logged("drv DRV_PerpCtl 0x1628 bytes=00,07,ff -> 0"));
 
     uint8_t link[16] = {0, 5};
     put("link/5", "down\n");
@@ -45,8 +36,6 @@ TEST_F(BoardTest, DriverAnswersFromStateAndJournals)
     EXPECT_EQ(read("gps/baud"), "115200\n");
     EXPECT_NE(DRV_GPS_SetBaudRate(1234), 0);
     EXPECT_EQ(DRV_BOARD_GetHdiskSlotNum(), 4);
-    ASSERT_EQ(DRV_DeInit(), 0);
-    EXPECT_TRUE(logged("drv DRV_DeInit -> 0"));
 }
 
 TEST_F(BoardTest, PortModeLayoutsTimeZoneAlarmsAndPower)
@@ -114,18 +103,7 @@ TEST_F(BoardTest, FaultRetErrnoSkipTimesAcrossProcesses)
     EXPECT_EQ(read("gpio/3.22"), "0\n");    // failed writes changed nothing
     EXPECT_TRUE(logged("ioctl /dev/hal_gpio 0x40610 group=3 bit=22 value=0 -> -1 errno=EBUSY"));
 
-    // A positive ret passes the I2C layer's "< 0 fails" test.
-    put("fail/ioctl./dev/hal_misc.0x40608", "ret=5\n");
-    uint32_t v = 0;
-    EXPECT_EQ(EQU_I2C_Read(1, 0x48, 0, 1, &v), EQU_OK);
-
-    put("fail/open./dev/hal_rmc", "errno=ENODEV\n");
-    EXPECT_EQ(EQU_SetRmcTestMode(1), EQU_FAIL);
-    EXPECT_TRUE(logged("open /dev/hal_rmc flags=O_RDWR -> -1 errno=ENODEV"));
-
-    put("fail/DRV_Init", "ret=-3\n");
-    EXPECT_EQ(DRV_Init(200), -3);
-    EXPECT_TRUE(logged("drv DRV_Init arg=200 -> -3 errno=EIO"));
+    // A bare driver-call target fails every request, with -1.
     put("fail/DRV_PerpCtl", "");
     int64_t t = 0;
     EXPECT_EQ(DRV_PerpCtl(DRV_PERP_MAIN_TEMP, &t), -1);

@@ -1,4 +1,4 @@
-// Shared fixture of the simulator's own tests: a private, empty board state
+// Shared fixture of the device tests: a private, empty board state
 // directory per test (ctest runs tests in parallel) and readers for the
 // journal and state files.
 #pragma once

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <chrono>
 #include <fcntl.h>
-#include <fstream>
 #include <pthread.h>
 #include <sstream>
 #include <string>
@@ -21,24 +20,19 @@
 #include "equ_cli_cmd.h"
 #include "equ_cmd.h"
 #include "equ_common.h"
+#include "sim_helpers.h"
 
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
 using Lines = std::vector<std::string>;
 
-class EquDevice : public testing::Test {
+// The simulator's fixture, with the journal read in steps.
+class EquDevice : public BoardTest {
 protected:
-    void SetUp() override
-    {
-        const auto *pInfo = testing::UnitTest::GetInstance()->current_test_info();
-        strDir = std::string(DEV_STATE_DIR) + "/common." + pInfo->name();
-        ASSERT_EQ(0, system(("rm -rf '" + strDir + "' && mkdir -p '" + strDir + "'").c_str()));
-        setenv("BOARDSIM_STATE", strDir.c_str(), 1);
-    }
     // Journal lines written since the last call.
     Lines journal()
     {
-        std::ifstream in(strDir + "/journal");
+        std::istringstream in(BoardTest::journal());
         Lines v;
         size_t n = 0;
         for (std::string s; std::getline(in, s); n++) {
@@ -49,19 +43,6 @@ protected:
         nSeen = n;
         return v;
     }
-    void put(const std::string &strRel, const std::string &strText)
-    {
-        std::string strPath = strDir + "/" + strRel;
-        ASSERT_EQ(0, system(("mkdir -p \"$(dirname '" + strPath + "')\"").c_str()));
-        std::ofstream(strPath) << strText;
-    }
-    std::string get(const std::string &strRel)
-    {
-        std::stringstream ss;
-        ss << std::ifstream(strDir + "/" + strRel).rdbuf();
-        return ss.str();
-    }
-    std::string strDir;
     size_t nSeen = 0;
 };
 
@@ -184,7 +165,7 @@ TEST_F(EquDevice, DeliberatelyOpenDescriptors)
     uint32_t u32Val = 0;
     EXPECT_EQ(0, EQU_CPUReg_Read(0x1000, &u32Val));
     EXPECT_EQ(0, EQU_CPUReg_Write(0x2000, 0x55));
-    EXPECT_EQ("0x00000055\n", get("cpureg/0x00002000"));
+    EXPECT_EQ("0x00000055\n", read("cpureg/0x00002000"));
     CaptureStdout();
     EXPECT_EQ(200u, EQU_I2C_Read(2, 0x50, 1, 1, &u32Val));   // nothing answers at 0x50
     EXPECT_EQ(200u, EQU_I2C_Write(2, 0x50, 3, 1));

@@ -12,9 +12,7 @@
 #include <vector>
 
 #include "equ_cli_cmd.h"
-
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
+#include "stdin_feed.h"
 
 namespace {
 
@@ -37,27 +35,11 @@ struct EditResult {
 // Runs CLI_Getline on gszLineBuf (which keeps pcStart) with strKeys typed.
 EditResult edit(const std::string &strKeys, const char *pcStart = "")
 {
-    int aiPipe[2];
-    EXPECT_EQ(0, pipe(aiPipe));
-    EXPECT_EQ(static_cast<ssize_t>(strKeys.size()), write(aiPipe[1], strKeys.data(), strKeys.size()));
-    close(aiPipe[1]);
-    int iSaved = dup(0);
-    dup2(aiPipe[0], 0);
-    close(aiPipe[0]);
-    clearerr(stdin);
     memset(gszLineBuf, 0, sizeof(gszLineBuf));
     snprintf(gszLineBuf, sizeof(gszLineBuf), "%s", pcStart);
-    CaptureStdout();
-    EditResult stRes;
-    stRes.lRet = CLI_Getline(gszLineBuf);
-    stRes.strEcho = GetCapturedStdout();
+    EditResult stRes{};
+    stRes.strEcho = withKeysOnStdin(strKeys, [&] { stRes.lRet = CLI_Getline(gszLineBuf); });
     stRes.strLine = gszLineBuf;
-    while (getchar() != EOF) {
-        // keys left after the line ended must not reach the next case
-    }
-    dup2(iSaved, 0);
-    close(iSaved);
-    clearerr(stdin);
     return stRes;
 }
 

@@ -331,22 +331,6 @@ std::string escape(const std::string &strIn)
     return strOut;
 }
 
-// Output as transcript lines: a new piece starts at every "\r\n".
-std::string render(const std::string &strOut)
-{
-    std::string strText;
-    size_t ulStart = 0;
-    while (ulStart < strOut.size()) {
-        size_t ulNext = strOut.find("\r\n", ulStart + 1);
-        if (ulNext == std::string::npos) {
-            ulNext = strOut.size();
-        }
-        strText += "|" + escape(strOut.substr(ulStart, ulNext - ulStart)) + "\n";
-        ulStart = ulNext;
-    }
-    return strText;
-}
-
 struct LineCase {
     int iLine = 0;
     std::string strTyped;
@@ -426,8 +410,7 @@ private:
         int64_t lRet = CLI_MainProcess(gszLineBuf, m_ulLanguage);
         std::string strOut = GetCapturedStdout();
         std::string strWhere = m_strFile + ":" + std::to_string(c.iLine) + " > " + escape(c.strTyped);
-        EXPECT_EQ(c.strExpect, strOut) << strWhere << "\nexpected:\n"
-                                       << render(c.strExpect) << "actual:\n" << render(strOut);
+        EXPECT_EQ(escape(c.strExpect), escape(strOut)) << strWhere;
         EXPECT_EQ(c.lRet, lRet) << strWhere;
         if (c.bCheckBuf) {
             EXPECT_EQ(escape(c.strBuf), escape(gszLineBuf)) << strWhere;

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "equ_common.h"
+#include "stdin_feed.h"
 
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
@@ -31,23 +32,8 @@ std::string output(const std::function<void()> &fn)
 // Answers the confirmation prompt with strInput through a pipe on fd 0.
 int confirm(const std::string &strInput, std::string *pstrOut = nullptr)
 {
-    int aiPipe[2];
-    EXPECT_EQ(0, pipe(aiPipe));
-    EXPECT_EQ(static_cast<ssize_t>(strInput.size()),
-              write(aiPipe[1], strInput.data(), strInput.size()));
-    close(aiPipe[1]);
-    int iSaved = dup(0);
-    dup2(aiPipe[0], 0);
-    close(aiPipe[0]);
-    clearerr(stdin);
     int iRet = -1;
-    std::string strOut = output([&] { iRet = EQU_CheckYesInput(); });
-    while (getchar() != EOF) {
-        // what the prompt left unread must not reach the next case
-    }
-    dup2(iSaved, 0);
-    close(iSaved);
-    clearerr(stdin);
+    std::string strOut = withKeysOnStdin(strInput, [&] { iRet = EQU_CheckYesInput(); });
     if (pstrOut != nullptr) {
         *pstrOut = strOut;
     }
