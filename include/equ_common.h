@@ -32,6 +32,10 @@ int32_t EQU_CPUReg_Write(uint32_t u32RegAddr, uint32_t u32Val);
 uint32_t EQU_GPIO_ReadByte(uint32_t u32Group, uint32_t u32Bit, uint32_t *pu32Val);
 uint32_t EQU_GPIO_WriteByte(uint32_t u32Group, uint32_t u32Bit, uint32_t u32Val);
 uint32_t EQU_GPIO_SetMode(uint32_t u32Group, uint32_t u32Bit, uint32_t u32Mode);
+// Set-mode then write on one open of the GPIO node (how output lines such as
+// the LEDs and heaters are driven); stops at the first failure.
+uint32_t EQU_GPIO_SetModeAndWrite(uint32_t u32Group, uint32_t u32Bit, uint32_t u32Mode,
+                                  uint32_t u32Val);
 uint32_t EQU_SetRmcTestMode(uint32_t u32Mode);
 void EQU_Print_Bit(uint8_t ucVal, uint8_t ucWidth);
 

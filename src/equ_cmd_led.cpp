@@ -8,8 +8,6 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
-#include <fcntl.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "equ_cli_cmd.h"
@@ -30,16 +28,6 @@ constexpr uint32_t kLedOff = 1;
 constexpr uint32_t kLedOn = 0;
 constexpr uint32_t kEvenSet[] = {22, 24, 26, 28};
 constexpr uint32_t kOddSet[] = {23, 25, 27, 29};
-
-constexpr unsigned long kGpioMode = 0x4061F;
-constexpr unsigned long kGpioWrite = 0x40610;
-
-struct GpioReq {
-    uint32_t u32Group;
-    uint32_t u32Bit;
-    uint32_t u32Val;
-};
-static_assert(sizeof(GpioReq) == 12);
 
 uint32_t ledSet(uint32_t u32Bit, uint32_t u32Val)
 {
@@ -79,30 +67,10 @@ uint32_t flashCycle(void)
 
 }  // namespace
 
+// One open of the GPIO node per call, mode then value, as the LED lines need.
 uint32_t EQU_LedGpioControl(uint32_t u32Group, uint32_t u32Bit, uint32_t u32Mode, uint32_t u32Val)
 {
-    static const char *const pcDev = "/dev/hal_gpio";
-    int fd = open(pcDev, O_RDWR);
-    if (fd < 0) {
-        printf("\r\nopen %s failed\n", pcDev);
-        return EQU_FAIL;
-    }
-    GpioReq stReq{u32Group, u32Bit, u32Mode};
-    if (ioctl(fd, kGpioMode, &stReq) != 0) {
-        printf("\r\nset gpio mode failed, GpioIdx %d, BitIdx %d,  SetMode %d", u32Group, u32Bit,
-               u32Mode);
-        close(fd);
-        return EQU_FAIL;
-    }
-    stReq.u32Val = u32Val;
-    if (ioctl(fd, kGpioWrite, &stReq) != 0) {
-        printf("\r\nset gpio value failed, GpioIdx %d, BitIdx %d,  Value %d", u32Group, u32Bit,
-               u32Val);
-        close(fd);
-        return EQU_FAIL;
-    }
-    close(fd);
-    return EQU_OK;
+    return EQU_GPIO_SetModeAndWrite(u32Group, u32Bit, u32Mode, u32Val);
 }
 
 // Sleeps on the flag while flashing is off; a failed cycle ends the thread

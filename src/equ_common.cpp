@@ -284,21 +284,43 @@ uint32_t EQU_GPIO_ReadByte(uint32_t u32Group, uint32_t u32Bit, uint32_t *pu32Val
     return EQU_OK;
 }
 
+namespace {
+
+// The two GPIO requests on an open descriptor, with their messages; the
+// caller closes the descriptor on either result.
+uint32_t gpioWriteOn(int fd, uint32_t u32Group, uint32_t u32Bit, uint32_t u32Val)
+{
+    GpioReq stReq{u32Group, u32Bit, u32Val};
+    if (ioctl(fd, kGpioWrite, &stReq) != 0) {
+        printf("\r\nset gpio value failed, GpioIdx %d, BitIdx %d,  Value %d", u32Group, u32Bit,
+               u32Val);
+        return EQU_FAIL;
+    }
+    return EQU_OK;
+}
+
+uint32_t gpioModeOn(int fd, uint32_t u32Group, uint32_t u32Bit, uint32_t u32Mode)
+{
+    GpioReq stReq{u32Group, u32Bit, u32Mode};
+    if (ioctl(fd, kGpioMode, &stReq) != 0) {
+        printf("\r\nset gpio mode failed, GpioIdx %d, BitIdx %d,  SetMode %d", u32Group, u32Bit,
+               u32Mode);
+        return EQU_FAIL;
+    }
+    return EQU_OK;
+}
+
+}  // namespace
+
 uint32_t EQU_GPIO_WriteByte(uint32_t u32Group, uint32_t u32Bit, uint32_t u32Val)
 {
     int fd = gpioOpen();
     if (fd < 0) {
         return EQU_FAIL;
     }
-    GpioReq stReq{u32Group, u32Bit, u32Val};
-    if (ioctl(fd, kGpioWrite, &stReq) != 0) {
-        printf("\r\nset gpio value failed, GpioIdx %d, BitIdx %d,  Value %d", u32Group, u32Bit,
-               u32Val);
-        close(fd);
-        return EQU_FAIL;
-    }
+    uint32_t u32Ret = gpioWriteOn(fd, u32Group, u32Bit, u32Val);
     close(fd);
-    return EQU_OK;
+    return u32Ret;
 }
 
 uint32_t EQU_GPIO_SetMode(uint32_t u32Group, uint32_t u32Bit, uint32_t u32Mode)
@@ -307,15 +329,24 @@ uint32_t EQU_GPIO_SetMode(uint32_t u32Group, uint32_t u32Bit, uint32_t u32Mode)
     if (fd < 0) {
         return EQU_FAIL;
     }
-    GpioReq stReq{u32Group, u32Bit, u32Mode};
-    if (ioctl(fd, kGpioMode, &stReq) != 0) {
-        printf("\r\nset gpio mode failed, GpioIdx %d, BitIdx %d,  SetMode %d", u32Group, u32Bit,
-               u32Mode);
-        close(fd);
+    uint32_t u32Ret = gpioModeOn(fd, u32Group, u32Bit, u32Mode);
+    close(fd);
+    return u32Ret;
+}
+
+uint32_t EQU_GPIO_SetModeAndWrite(uint32_t u32Group, uint32_t u32Bit, uint32_t u32Mode,
+                                  uint32_t u32Val)
+{
+    int fd = gpioOpen();
+    if (fd < 0) {
         return EQU_FAIL;
     }
+    uint32_t u32Ret = gpioModeOn(fd, u32Group, u32Bit, u32Mode);
+    if (u32Ret == EQU_OK) {
+        u32Ret = gpioWriteOn(fd, u32Group, u32Bit, u32Val);
+    }
     close(fd);
-    return EQU_OK;
+    return u32Ret;
 }
 
 uint32_t EQU_SetRmcTestMode(uint32_t u32Mode)
