@@ -11,7 +11,7 @@ JOBS       ?= $(shell nproc)
 PYTHON     ?= /usr/bin/python3
 ARGS       ?=
 
-.PHONY: all deps sim check unit e2e sanitize aarch64 bench clean
+.PHONY: all deps sim check unit e2e sanitize aarch64 bench format clean
 
 all:
 	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -49,6 +49,11 @@ check: deps
 
 bench: all
 	$(BUILD)/bench/cli_bench
+
+# The house style (.clang-format) over every C++ source of the project.
+FORMAT_FILES = $(shell git ls-files '*.cpp' '*.h')
+format:
+	clang-format -i $(FORMAT_FILES)
 
 clean:
 	rm -rf $(BUILD) $(BUILD_SAN) $(BUILD_ARM)

@@ -22,7 +22,10 @@ const EQU_KEY_HELP_INFO_S kBenchHelp[] = {
     {"word", "a keyword of the benchmark tree", "zh-word"},
 };
 
-uint64_t benchPass(CLI_CMD_PARA_S *) { return 0; }
+uint64_t benchPass(CLI_CMD_PARA_S *)
+{
+    return 0;
+}
 
 uint64_t benchRange(const char *pcToken, CLI_CMD_PARA_S *)
 {
@@ -36,10 +39,13 @@ const std::vector<std::vector<const char *>> kModules = {
     {"set mac #I #S", "get mac #I", "test mac check #I"},
     {"test ethernet ping #I #S #I", "test ethernet ping all #S", "test fiber ping #I #S #I",
      "test fiber ping all #S"},
-    {"test ethernet link #I", "test ethernet link all", "test fiber link #I", "test fiber link all"},
-    {"test ethernet loopback #I #I #I #I", "test ethernet loopback all #I #I", "test fiber loopback #I #I #I #I",
-     "test fiber loopback all #I #I", "test ethernet loopback #I #I #I #I #I #I"},
-    {"test ethernet mode #I #S #S", "test ethernet mode get #I", "test fiber mode #I #S #S", "test fiber mode get #I"},
+    {"test ethernet link #I", "test ethernet link all", "test fiber link #I",
+     "test fiber link all"},
+    {"test ethernet loopback #I #I #I #I", "test ethernet loopback all #I #I",
+     "test fiber loopback #I #I #I #I", "test fiber loopback all #I #I",
+     "test ethernet loopback #I #I #I #I #I #I"},
+    {"test ethernet mode #I #S #S", "test ethernet mode get #I", "test fiber mode #I #S #S",
+     "test fiber mode get #I"},
     {"test serial RS232 loopback #I #I #I #I", "test serial RS485 loopback #I #I #I #I",
      "test serial RS422 loopback #I #I #I #I", "test serial RS232 baudrate #I #I",
      "test serial RS485 baudrate #I #I", "test serial RS232 loopback #I #I #I #I #I #I"},
@@ -54,11 +60,14 @@ const std::vector<std::vector<const char *>> kModules = {
     {"test mainboard temperature #I #I", "test netboard temperature #I #I", "test heat #S status",
      "test heat #S ctrl #S", "test mainboard temperature #I #I #I"},
     {"test led #S #S", "test led all #S", "test led flick #S #I", "test led flick stop"},
-    {"test button reset", "test button reset #I", "test button powerkey", "test button powerkey #I"},
-    {"test watchdog enable", "test watchdog disable", "test watchdog feed #I", "test watchdog status"},
+    {"test button reset", "test button reset #I", "test button powerkey",
+     "test button powerkey #I"},
+    {"test watchdog enable", "test watchdog disable", "test watchdog feed #I",
+     "test watchdog status"},
     {"test alarm #I #I", "test alarm all", "test alarm in #I", "test alarm out #I #S"},
     {"test power status", "test power #I status", "test power all"},
-    {"test software version", "test software kill #S", "test software start #S", "test software check #S"},
+    {"test software version", "test software kill #S", "test software start #S",
+     "test software check #S"},
     {"test pcie status", "test pcie #I status", "test pcie speed #I #I"},
     {"test x4tox2 set #I", "test x4tox2 get", "test x4tox2 reset #I #I"},
     {"test edid read #I", "test edid check #I #S", "test cpuinfo", "test cpuinfo freq"},
@@ -124,7 +133,7 @@ char g_acBenchBuf[1 << 16];
 const bool g_bBenchBuffered = setvbuf(stdout, g_acBenchBuf, _IOFBF, sizeof(g_acBenchBuf)) == 0;
 
 class BenchQuiet {
-public:
+  public:
     BenchQuiet()
     {
         fflush(stdout);
@@ -140,7 +149,7 @@ public:
         close(m_iSaved);
     }
 
-private:
+  private:
     int m_iSaved = -1;
 };
 

@@ -3,19 +3,19 @@
 #pragma once
 #include <cstdint>
 
-#define DRV_SYS_GET_BOARD_ID    0x1400  // DRV_SysCtl: u32 board identifier out
-#define DRV_PERP_SET_PORT_MODE  0x1600
-#define DRV_PERP_GET_PORT_MODE  0x1601
-#define DRV_PERP_GET_LINK       0x1605
-#define DRV_PERP_MAIN_TEMP      0x160E
-#define DRV_PERP_SET_TIMEZONE   0x1610
-#define DRV_PERP_GET_TIMEZONE   0x1611
-#define DRV_PERP_ALARM_IN       0x1618
-#define DRV_PERP_ALARM_OUT      0x1619
-#define DRV_PERP_WDT_INDICATE   0x1628
-#define DRV_PERP_POWER_STATUS   0x1629
-#define DRV_PERP_NET_TEMP       0x163C
-#define DRV_DISK_FORMAT_PREP    0x1508
+#define DRV_SYS_GET_BOARD_ID   0x1400  // DRV_SysCtl: u32 board identifier out
+#define DRV_PERP_SET_PORT_MODE 0x1600
+#define DRV_PERP_GET_PORT_MODE 0x1601
+#define DRV_PERP_GET_LINK      0x1605
+#define DRV_PERP_MAIN_TEMP     0x160E
+#define DRV_PERP_SET_TIMEZONE  0x1610
+#define DRV_PERP_GET_TIMEZONE  0x1611
+#define DRV_PERP_ALARM_IN      0x1618
+#define DRV_PERP_ALARM_OUT     0x1619
+#define DRV_PERP_WDT_INDICATE  0x1628
+#define DRV_PERP_POWER_STATUS  0x1629
+#define DRV_PERP_NET_TEMP      0x163C
+#define DRV_DISK_FORMAT_PREP   0x1508
 
 extern "C" {
 int DRV_Init(int iParam);

@@ -10,7 +10,7 @@
 extern "C" void __assert_fail(const char *__assertion, const char *__file, unsigned int __line,
                               const char *__function) noexcept __attribute__((__noreturn__));
 
-#define EQU_ASSERT_AT(cond, text, file, line) \
+#define EQU_ASSERT_AT(cond, text, file, line)                                                      \
     ((cond) ? (void)0 : __assert_fail(text, file, line, __func__))
 
 // The engine's checks: the expression's own text, this file and line.

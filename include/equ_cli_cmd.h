@@ -7,17 +7,17 @@
 #include <termios.h>
 #include "equ_help_info.h"
 
-#define CLI_TEMPLET_SIZE   30          // element slots in a template, rule numbers per rule
-#define CLI_MAX_TOKEN_NUM  30          // tokens kept from one line
-#define CLI_MAX_TOKEN_LEN  128         // token text with its terminator
-#define CLI_KEYWORD_LEN    128         // element keyword with its terminator
-#define CLI_LINE_BUF_LEN   100         // gszLineBuf: 99 characters and a terminator
-#define CLI_HISTORY_NUM    11
+#define CLI_TEMPLET_SIZE  30   // element slots in a template, rule numbers per rule
+#define CLI_MAX_TOKEN_NUM 30   // tokens kept from one line
+#define CLI_MAX_TOKEN_LEN 128  // token text with its terminator
+#define CLI_KEYWORD_LEN   128  // element keyword with its terminator
+#define CLI_LINE_BUF_LEN  100  // gszLineBuf: 99 characters and a terminator
+#define CLI_HISTORY_NUM   11
 
-#define CLI_PARA_NONE      (~(uint64_t)0)   // parameter id of a plain keyword
-#define CLI_VALUE_NONE     (~(uint64_t)0)   // value field when the has-value flag is clear
-#define CLI_INTEGER        "<Integer>"
-#define CLI_STRING         "<String>"
+#define CLI_PARA_NONE  (~(uint64_t)0)  // parameter id of a plain keyword
+#define CLI_VALUE_NONE (~(uint64_t)0)  // value field when the has-value flag is clear
+#define CLI_INTEGER    "<Integer>"
+#define CLI_STRING     "<String>"
 
 struct CLI_CMD_NODE_S;
 struct CLI_CMD_PARA_S;
@@ -39,12 +39,12 @@ typedef void (*CLI_HELP_GEN_PF)(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,
 // element plus its links).
 struct CLI_CMD_NODE_S {
     char szKey[CLI_KEYWORD_LEN];
-    uint64_t ulParaId;                // CLI_PARA_NONE: keyword, not recorded
+    uint64_t ulParaId;  // CLI_PARA_NONE: keyword, not recorded
     uint32_t ulHasValue;
     uint64_t ulValue;
     CLI_HELP_GEN_PF pfHelpGen;
     CLI_CMD_CHECK_PF pfCheck;
-    CLI_CMD_HANDLER_PF pfHandler;     // only on the last node of an installed rule
+    CLI_CMD_HANDLER_PF pfHandler;  // only on the last node of an installed rule
     const EQU_KEY_HELP_INFO_S *pstHelpTbl;
     uint64_t ulHelpIdx;
     CLI_CMD_NODE_S *pstBrother;
@@ -56,14 +56,14 @@ typedef CLI_CMD_NODE_S CLI_CMD_ELEMENT_S;
 typedef CLI_CMD_ELEMENT_S *CLI_CMD_TEMPLET_S;
 
 struct CLI_CMD_PARA_ENTRY_S {
-    char szPara[CLI_MAX_TOKEN_LEN];   // the token as typed
-    CLI_CMD_NODE_S *pstNode;          // the node it matched
+    char szPara[CLI_MAX_TOKEN_LEN];  // the token as typed
+    CLI_CMD_NODE_S *pstNode;         // the node it matched
 };
 
 // Parameter record, rebuilt for every line.
 struct CLI_CMD_PARA_S {
     uint64_t ulRsv;
-    uint64_t ulLanguage;              // non-zero English, 0 Chinese
+    uint64_t ulLanguage;  // non-zero English, 0 Chinese
     uint64_t ulParaLen;
     CLI_CMD_PARA_ENTRY_S astPara[CLI_MAX_TOKEN_NUM];
 };
@@ -90,8 +90,8 @@ void CLI_DestroyCmdTemplet(CLI_CMD_NODE_S *pstCmdNode);
 inline void CLI_AddKey(CLI_CMD_TEMPLET_S *pT, uint32_t ulNum, const char *pcKey,
                        const EQU_KEY_HELP_INFO_S *pstHelp, uint64_t ulRow)
 {
-    CLI_NewCmdElement(pT, ulNum, pcKey, CLI_PARA_NONE, 0, CLI_VALUE_NONE, nullptr, nullptr,
-                      pstHelp, ulRow);
+    CLI_NewCmdElement(pT, ulNum, pcKey, CLI_PARA_NONE, 0, CLI_VALUE_NONE, nullptr, nullptr, pstHelp,
+                      ulRow);
 }
 inline void CLI_AddPara(CLI_CMD_TEMPLET_S *pT, uint32_t ulNum, const char *pcMarker,
                         CLI_CMD_CHECK_PF pfCheck, const EQU_KEY_HELP_INFO_S *pstHelp,
@@ -129,8 +129,10 @@ int64_t CLI_GetOctStringPara(CLI_CMD_PARA_S *pCmdPara, int64_t lCmdParaSeq, char
 int64_t CLI_GetParaOID(CLI_CMD_PARA_S *pCmdPara, int64_t lCmdParaSeq, uint64_t *pulCmdCMO);
 
 // ---- help, completion, error pointers ----
-int64_t CLI_PrintCmdHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara, CLI_CMD_NODE_S *pstLevel);
-int64_t CLI_ExternCmdInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara, CLI_CMD_NODE_S *pstLevel);
+int64_t CLI_PrintCmdHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,
+                             CLI_CMD_NODE_S *pstLevel);
+int64_t CLI_ExternCmdInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,
+                          CLI_CMD_NODE_S *pstLevel);
 int64_t CLI_PrintCmdCompleteHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,
                                      CLI_CMD_NODE_S *pstLevel);
 int64_t CLI_PrintCmdPartHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,

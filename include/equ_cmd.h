@@ -11,10 +11,7 @@ void EQU_Cmd_Watchdog(void);
 void EQU_Cmd_Button(void);
 void EQU_Cmd_Led(void);
 
-#define EQU_CMD_TBL_K5T2B01 \
-    EQU_Cmd_Watchdog,       \
-    EQU_Cmd_Button,         \
-    EQU_Cmd_Led
+#define EQU_CMD_TBL_K5T2B01 EQU_Cmd_Watchdog, EQU_Cmd_Button, EQU_Cmd_Led
 
 // LED test (its worker runs for the life of the interactive loop).
 void *EQU_CmdProc_LedFlick(void *pArg);

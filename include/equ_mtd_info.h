@@ -6,9 +6,9 @@
 #define EQU_PART_SLOT_NUM 27
 
 struct EQU_PART_INFO_S {
-    const char *pcName;   // null for an empty slot
-    uint64_t u64Size;     // bytes
-    uint64_t u64Offset;   // bytes from the start of the device
+    const char *pcName;  // null for an empty slot
+    uint64_t u64Size;    // bytes
+    uint64_t u64Offset;  // bytes from the start of the device
 };
 
 extern const EQU_PART_INFO_S gstPartInfo_K5T2B01[EQU_PART_SLOT_NUM];

@@ -18,8 +18,7 @@ unsigned long gulBoardIdx = 0;
 // never spare room, so its size always equals u32Cnt.
 uint32_t EQU_BoardDescAdd(EQU_BOARD_TBL_S *pstBoardTbl)
 {
-    EQU_ASSERT_AT(nullptr != pstBoardTbl, "((void *)0) != (pstBoardTbl)",
-                  "src/equ_board.c", 30);
+    EQU_ASSERT_AT(nullptr != pstBoardTbl, "((void *)0) != (pstBoardTbl)", "src/equ_board.c", 30);
     EQU_ASSERT_AT(0 != pstBoardTbl->u32Cnt, "0 != pstBoardTbl->u32Cnt", "src/equ_board.c", 31);
     if (pstBoardTbl->ppstBoardDesc == nullptr) {
         return EQU_FAIL;

@@ -14,12 +14,9 @@ static EQU_BOARD_TBL_S gstBoardTbl_NVRK5T2B01_24_RADAR = {gpstBoardDescTbl_NVRK5
 // Last in the registry: the variants are registered B03, B02, B01, B04.
 static uint32_t EQU_BoardInit_K5T2_B04(void)
 {
-    return EQU_BoardInitK5T2B01(&gstEquBoard_NVRK5T2B01_24_RADAR,
-                                0x44130222,
-                                gszLedList_NVRK5T2B01_24_RADAR,
-                                gszChipList_NVRK5T2B01_24_RADAR,
-                                gszRs485Port2Tty_NVRK5T2B01_24_RADAR,
-                                gstCmdTbl_NVRK5T2B01_24_RADAR,
+    return EQU_BoardInitK5T2B01(&gstEquBoard_NVRK5T2B01_24_RADAR, 0x44130222,
+                                gszLedList_NVRK5T2B01_24_RADAR, gszChipList_NVRK5T2B01_24_RADAR,
+                                gszRs485Port2Tty_NVRK5T2B01_24_RADAR, gstCmdTbl_NVRK5T2B01_24_RADAR,
                                 &gstBoardTbl_NVRK5T2B01_24_RADAR);
 }
 

@@ -9,13 +9,21 @@
 #include "equ_cmd.h"
 #include "equ_common.h"
 
-#define EQU_LED_LIST_K5T2B01 \
-    {0, "run", 2, 7}, {4, "alarm", 2, 7}, {10, "heat", 2, 7}, {2, "hd", 2, 7}
+#define EQU_LED_LIST_K5T2B01                                                                       \
+    {0, "run", 2, 7}, {4, "alarm", 2, 7}, {10, "heat", 2, 7},                                      \
+    {                                                                                              \
+        2, "hd", 2, 7                                                                              \
+    }
 
 // Chip types index the chip descriptor table; positions 0 mainboard, 14 netboard.
-#define EQU_CHIP_LIST_K5T2B01                            \
-    {46, 1, {0}}, {48, 2, {0, 14}}, {49, 1, {14}},       \
-    {45, 3, {14, 14, 14}}, {50, 1, {14}}
+#define EQU_CHIP_LIST_K5T2B01                                                                      \
+    {46, 1, {0}}, {48, 2, {0, 14}}, {49, 1, {14}}, {45, 3, {14, 14, 14}},                          \
+    {                                                                                              \
+        50, 1,                                                                                     \
+        {                                                                                          \
+            14                                                                                     \
+        }                                                                                          \
+    }
 
 // RS-485 port 0 is ttyS6, port 1 ttyS1.
 #define EQU_RS485_MAP_K5T2B01 6, 1, 0, 0, 0, 0, 0, 0
@@ -27,8 +35,7 @@ template <size_t L, size_t C, size_t M>
 inline uint32_t EQU_BoardInitK5T2B01(EQU_BOARD_DESC_S *pstDesc, uint32_t u32BoardId,
                                      const EQU_LED_INFO_S (&astLed)[L],
                                      const EQU_CHIP_INFO_S (&astChip)[C],
-                                     const uint8_t *pucRs485Map,
-                                     const EQU_CMD_REG_PF (&apfnCmd)[M],
+                                     const uint8_t *pucRs485Map, const EQU_CMD_REG_PF (&apfnCmd)[M],
                                      EQU_BOARD_TBL_S *pstBoardTbl)
 {
     *pstDesc = EQU_BOARD_DESC_S{};

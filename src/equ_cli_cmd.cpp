@@ -166,7 +166,8 @@ CLI_CMD_NODE_S *CLI_MatchInBrotherCmd(CLI_CMD_NODE_S *pstCurTemplet, CLI_CMD_NOD
 {
     CLI_ASSERT(NULL != pstCmdNode);
     CLI_ASSERT(NULL != pstCurTemplet);
-    for (CLI_CMD_NODE_S *pstNode = pstCurTemplet; pstNode != nullptr; pstNode = pstNode->pstBrother) {
+    for (CLI_CMD_NODE_S *pstNode = pstCurTemplet; pstNode != nullptr;
+         pstNode = pstNode->pstBrother) {
         if (strcmp(pstNode->szKey, pstCmdNode->szKey) == 0) {
             return pstNode;
         }
@@ -360,7 +361,8 @@ const char *parse_take_word(const char *pcCur, char *pcToken, bool bLower)
     for (; *pcCur != '\0' && *pcCur != ' '; pcCur++) {
         if (ulLen < CLI_MAX_TOKEN_LEN - 1) {
             char c = *pcCur;
-            pcToken[ulLen++] = bLower ? static_cast<char>(tolower(static_cast<unsigned char>(c))) : c;
+            pcToken[ulLen++] =
+                bLower ? static_cast<char>(tolower(static_cast<unsigned char>(c))) : c;
         }
     }
     pcToken[ulLen] = '\0';
@@ -412,8 +414,8 @@ int64_t parse_help_at(const char *pcLine, const char *pcToken, int64_t lTokenNum
 
 // One token against the current level: matched, validated and recorded.
 // Prints the pointer and returns false when the line cannot go on.
-bool parse_step(const char *pcLine, const char *pcToken, int64_t lTokenNum,
-                CLI_CMD_PARA_S *pstPara, CLI_CMD_NODE_S *pstLevel, CLI_CMD_NODE_S **ppstMatched)
+bool parse_step(const char *pcLine, const char *pcToken, int64_t lTokenNum, CLI_CMD_PARA_S *pstPara,
+                CLI_CMD_NODE_S *pstLevel, CLI_CMD_NODE_S **ppstMatched)
 {
     int64_t lMatch = CLI_MatchInputInBrotherCmd(pcToken, pstLevel, ppstMatched);
     if (lMatch < 0) {
@@ -794,7 +796,8 @@ const char *help_skip_word(const char *pcCur)
 
 }  // namespace
 
-int64_t CLI_PrintCmdHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara, CLI_CMD_NODE_S *pstLevel)
+int64_t CLI_PrintCmdHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,
+                             CLI_CMD_NODE_S *pstLevel)
 {
     if (pcToken == nullptr) {
         return -1;
@@ -848,8 +851,8 @@ int64_t CLI_PrintCmdPartHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara
     char szPrefix[CLI_MAX_TOKEN_LEN];
     size_t ulLen = help_token_prefix(pcToken, szPrefix);
     if (pstLevel->pstBrother == nullptr) {
-        if (!help_begins_with(pstLevel, szPrefix, ulLen) && !parse_is_marker(pstLevel, CLI_STRING) &&
-            !parse_is_marker(pstLevel, "<Integer>)")) {
+        if (!help_begins_with(pstLevel, szPrefix, ulLen) &&
+            !parse_is_marker(pstLevel, CLI_STRING) && !parse_is_marker(pstLevel, "<Integer>)")) {
             return -1;
         }
         if (pstLevel->pfHelpGen != nullptr) {
@@ -987,7 +990,7 @@ uint64_t gulHistoryShowPosition = 0;
 
 namespace {
 
-constexpr int kEdMaxLine = CLI_LINE_BUF_LEN - 1;   // characters a line may hold
+constexpr int kEdMaxLine = CLI_LINE_BUF_LEN - 1;  // characters a line may hold
 
 // Keys the editor acts on.
 enum EdKey : int {

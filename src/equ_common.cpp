@@ -435,8 +435,8 @@ uint32_t EQU_TftpTransferFile(const char *pcLocal, const char *pcRemote, uint8_t
         return EQU_FAIL;
     }
     char acCmd[100];
-    int iLen = snprintf(acCmd, sizeof(acCmd), ucPut ? "tftp -p %.16s -l %s -r %s"
-                                                    : "tftp -g %.16s -l %s -r %s",
+    int iLen = snprintf(acCmd, sizeof(acCmd),
+                        ucPut ? "tftp -p %.16s -l %s -r %s" : "tftp -g %.16s -l %s -r %s",
                         acEquServerip, pcLocal, pcRemote);
     // A cut command would move some other file: refuse it instead.
     if (iLen < 0 || static_cast<size_t>(iLen) >= sizeof(acCmd) || system(acCmd) != 0) {

@@ -153,14 +153,10 @@ const EQU_KEY_HELP_INFO_S szEquHelpBoot[1] = {
 };
 
 const EQU_KEY_HELP_INFO_S szEquHelpFirmware[9] = {
-    {"firmware", "Firmware Test", "固件测试"},
-    {"update", "update firmware", "固件升级"},
-    {"version", "firmware version", "固件版本"},
-    {"filename", "firmware file name", "固件文件名"},
-    {"check", "check firmware", "固件校验"},
-    {"backup", "backup firmware", "固件备份"},
-    {"restore", "restore firmware", "固件恢复"},
-    {"erase", "erase firmware", "固件擦除"},
+    {"firmware", "Firmware Test", "固件测试"},   {"update", "update firmware", "固件升级"},
+    {"version", "firmware version", "固件版本"}, {"filename", "firmware file name", "固件文件名"},
+    {"check", "check firmware", "固件校验"},     {"backup", "backup firmware", "固件备份"},
+    {"restore", "restore firmware", "固件恢复"}, {"erase", "erase firmware", "固件擦除"},
     {"status", "firmware status", "固件状态"},
 };
 
@@ -362,10 +358,8 @@ const EQU_KEY_HELP_INFO_S szEquHelpHarddisk[9] = {
 };
 
 const EQU_KEY_HELP_INFO_S szEquHelpEsata[5] = {
-    {"esata", "esata test", "eSATA测试"},
-    {"sector", "sector", "扇区读写"},
-    {"type", "esata type", "eSATA类型"},
-    {"status", "esata status", "eSATA状态"},
+    {"esata", "esata test", "eSATA测试"}, {"sector", "sector", "扇区读写"},
+    {"type", "esata type", "eSATA类型"},  {"status", "esata status", "eSATA状态"},
     {"times", "times", "次数"},
 };
 

@@ -16,12 +16,9 @@ namespace {
 
 // The recorder's services, stopped so that they leave the hardware to us.
 const char *const kKillCmds[] = {
-    "killall -9 appwatch 1>/dev/null 2>&1",
-    "killall -9 panelagent 1>/dev/null 2>&1",
-    "killall -9 dbserver 1>/dev/null 2>&1",
-    "killall -9 mainsvc 1>/dev/null 2>&1",
-    "killall -9 websvc 1>/dev/null 2>&1",
-    "killall -9 mediasvc 1>/dev/null 2>&1",
+    "killall -9 appwatch 1>/dev/null 2>&1",  "killall -9 panelagent 1>/dev/null 2>&1",
+    "killall -9 dbserver 1>/dev/null 2>&1",  "killall -9 mainsvc 1>/dev/null 2>&1",
+    "killall -9 websvc 1>/dev/null 2>&1",    "killall -9 mediasvc 1>/dev/null 2>&1",
     "killall -9 hwmanager 1>/dev/null 2>&1",
 };
 

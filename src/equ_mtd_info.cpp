@@ -15,11 +15,22 @@ const EQU_PART_INFO_S gstPartInfo_K5T2B01[EQU_PART_SLOT_NUM] = {
     {"cfg", 0x40000000ULL, 0x8B00000ULL},
     {"program", 0x40000000ULL, 0x48B00000ULL},
     {"dapa", 0x40000000ULL, 0x88B00000ULL},
-    {}, {}, {}, {}, {}, {}, {}, {},                        // slots 11..18
+    {},
+    {},
+    {},
+    {},
+    {},
+    {},
+    {},
+    {},  // slots 11..18
     {"reserved_1", 0x80000000ULL, 0xC8B00000ULL},
-    {}, {}, {}, {},                                        // slots 20..23
+    {},
+    {},
+    {},
+    {},  // slots 20..23
     {"panic", 0x77500000ULL, 0x148B00000ULL},
-    {}, {},                                                // slots 25..26
+    {},
+    {},  // slots 25..26
 };
 
 // 16 MiB serial-flash layout of an older board; kept so its slots stay known.
@@ -37,5 +48,18 @@ const EQU_PART_INFO_S gstPartInfo_NVR740[EQU_PART_SLOT_NUM] = {
     {},
     {"ActiveX", 0x100000ULL, 0xF00000ULL},
     {"custom", 0x10000ULL, 0xEF0000ULL},
-    {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, // slots 13..26
+    {},
+    {},
+    {},
+    {},
+    {},
+    {},
+    {},
+    {},
+    {},
+    {},
+    {},
+    {},
+    {},
+    {},  // slots 13..26
 };

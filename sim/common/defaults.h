@@ -5,7 +5,7 @@
 namespace bsim {
 
 struct DefaultFile {
-    const char *path;    // relative to the state directory
+    const char *path;  // relative to the state directory
     const char *data;
     size_t len;
 };
@@ -13,4 +13,4 @@ struct DefaultFile {
 extern const DefaultFile kDefaultFiles[];
 extern const size_t kDefaultFileCount;
 
-} // namespace bsim
+}  // namespace bsim

@@ -73,7 +73,7 @@ int64_t next_call_index(const std::string &target)
     return count;
 }
 
-} // namespace
+}  // namespace
 
 bool fault_check(const std::string &target, Fault &out)
 {
@@ -100,4 +100,4 @@ bool fault_check2(const std::string &specific, const std::string &general, Fault
     return fault_check(specific, out) || fault_check(general, out);
 }
 
-} // namespace bsim
+}  // namespace bsim

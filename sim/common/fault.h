@@ -19,4 +19,4 @@ bool fault_check(const std::string &target, Fault &out);
 // Tries the specific target first, then the general one.
 bool fault_check2(const std::string &specific, const std::string &general, Fault &out);
 
-} // namespace bsim
+}  // namespace bsim

@@ -20,12 +20,18 @@ struct ErrnoName {
 };
 
 constexpr ErrnoName kErrnoNames[] = {
-    {EPERM, "EPERM"},   {ENOENT, "ENOENT"},       {EINTR, "EINTR"},   {EIO, "EIO"},
-    {ENXIO, "ENXIO"},   {EBADF, "EBADF"},         {EAGAIN, "EAGAIN"}, {ENOMEM, "ENOMEM"},
-    {EACCES, "EACCES"}, {EFAULT, "EFAULT"},       {EBUSY, "EBUSY"},   {EEXIST, "EEXIST"},
-    {ENODEV, "ENODEV"}, {EINVAL, "EINVAL"},       {ENOTTY, "ENOTTY"}, {ENOSPC, "ENOSPC"},
-    {EROFS, "EROFS"},   {ERANGE, "ERANGE"},       {ENOSYS, "ENOSYS"}, {ETIMEDOUT, "ETIMEDOUT"},
-    {EREMOTEIO, "EREMOTEIO"}, {EOPNOTSUPP, "EOPNOTSUPP"}, {ENOMEDIUM, "ENOMEDIUM"},
+    {EPERM, "EPERM"},         {ENOENT, "ENOENT"},
+    {EINTR, "EINTR"},         {EIO, "EIO"},
+    {ENXIO, "ENXIO"},         {EBADF, "EBADF"},
+    {EAGAIN, "EAGAIN"},       {ENOMEM, "ENOMEM"},
+    {EACCES, "EACCES"},       {EFAULT, "EFAULT"},
+    {EBUSY, "EBUSY"},         {EEXIST, "EEXIST"},
+    {ENODEV, "ENODEV"},       {EINVAL, "EINVAL"},
+    {ENOTTY, "ENOTTY"},       {ENOSPC, "ENOSPC"},
+    {EROFS, "EROFS"},         {ERANGE, "ERANGE"},
+    {ENOSYS, "ENOSYS"},       {ETIMEDOUT, "ETIMEDOUT"},
+    {EREMOTEIO, "EREMOTEIO"}, {EOPNOTSUPP, "EOPNOTSUPP"},
+    {ENOMEDIUM, "ENOMEDIUM"},
 };
 
 void append_line(const char *file, std::string line)
@@ -35,7 +41,7 @@ void append_line(const char *file, std::string line)
         return;
     line += '\n';
     int fd = sys::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0644);
-    if (fd < 0 && errno == ENOENT && make_parents(path))    // a state directory not made yet
+    if (fd < 0 && errno == ENOENT && make_parents(path))  // a state directory not made yet
         fd = sys::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0644);
     if (fd < 0)
         return;
@@ -46,7 +52,7 @@ void append_line(const char *file, std::string line)
     sys::close(fd);
 }
 
-} // namespace
+}  // namespace
 
 JournalLine::JournalLine(const char *kind, const std::string &name)
     : line_(std::string(kind) + " " + name)
@@ -148,4 +154,4 @@ void debug(const std::string &msg)
         append_line("debug.log", "[" + std::to_string(sys::pid()) + "] " + msg);
 }
 
-} // namespace bsim
+}  // namespace bsim

@@ -10,7 +10,7 @@
 namespace bsim {
 
 class JournalLine {
-public:
+  public:
     JournalLine(const char *kind, const std::string &name);
     void request(uint32_t req);
     void num(const char *key, int64_t v);
@@ -21,7 +21,7 @@ public:
     // Ends the line with the result; err != 0 adds errno=<NAME>. Appends it.
     void finish(long result, int err);
 
-private:
+  private:
     std::string line_;
 };
 
@@ -34,4 +34,4 @@ bool debug_enabled();
 // Appends a line to the debug log when BOARDSIM_DEBUG=1.
 void debug(const std::string &msg);
 
-} // namespace bsim
+}  // namespace bsim

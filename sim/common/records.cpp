@@ -13,21 +13,39 @@ void decode_field(JournalLine &line, const Field &f, const Call &c)
 {
     const void *rec = c.rec;
     switch (f.kind) {
-    case Kind::U8: line.num(f.name, get_u8(rec, f.off)); break;
-    case Kind::U32: line.num(f.name, get_u32(rec, f.off)); break;
-    case Kind::S32: line.num(f.name, static_cast<int32_t>(get_u32(rec, f.off))); break;
-    case Kind::U64: line.num(f.name, static_cast<int64_t>(get_u64(rec, f.off))); break;
-    case Kind::S64: line.num(f.name, static_cast<int64_t>(get_u64(rec, f.off))); break;
-    case Kind::Hex8: line.hex(f.name, get_u8(rec, f.off)); break;
-    case Kind::Hex32: line.hex(f.name, get_u32(rec, f.off)); break;
-    case Kind::Hex64: line.hex(f.name, get_u64(rec, f.off)); break;
+    case Kind::U8:
+        line.num(f.name, get_u8(rec, f.off));
+        break;
+    case Kind::U32:
+        line.num(f.name, get_u32(rec, f.off));
+        break;
+    case Kind::S32:
+        line.num(f.name, static_cast<int32_t>(get_u32(rec, f.off)));
+        break;
+    case Kind::U64:
+        line.num(f.name, static_cast<int64_t>(get_u64(rec, f.off)));
+        break;
+    case Kind::S64:
+        line.num(f.name, static_cast<int64_t>(get_u64(rec, f.off)));
+        break;
+    case Kind::Hex8:
+        line.hex(f.name, get_u8(rec, f.off));
+        break;
+    case Kind::Hex32:
+        line.hex(f.name, get_u32(rec, f.off));
+        break;
+    case Kind::Hex64:
+        line.hex(f.name, get_u64(rec, f.off));
+        break;
     case Kind::Text:
         line.text(f.name, static_cast<const char *>(rec) + f.off, f.len);
         break;
     case Kind::Bytes:
         line.bytes(f.name, static_cast<const char *>(rec) + f.off, f.len);
         break;
-    case Kind::Plain: line.num(f.name, static_cast<int64_t>(static_cast<long>(c.arg))); break;
+    case Kind::Plain:
+        line.num(f.name, static_cast<int64_t>(static_cast<long>(c.arg)));
+        break;
     }
 }
 
@@ -52,13 +70,13 @@ bool needs_record(const Request &r)
     return false;
 }
 
-} // namespace
+}  // namespace
 
 long serve(JournalLine &line, const Request &r, Call &c, const std::string &specific,
            const std::string &general, int &err)
 {
     if (!needs_record(r))
-        c.rec = nullptr;    // a plain value: never to be followed
+        c.rec = nullptr;  // a plain value: never to be followed
     decode(line, r, c, kIn);
     Fault f;
     if (fault_check2(specific, general, f)) {
@@ -101,4 +119,4 @@ int stored(Call &c, bool ok)
     return ok ? 0 : fail(c, errno ? errno : EIO);
 }
 
-} // namespace bsim
+}  // namespace bsim

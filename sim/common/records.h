@@ -17,7 +17,7 @@ enum : uint8_t { kIn = 1, kOut = 2 };
 struct Field {
     const char *name;
     uint16_t off;
-    uint16_t len;    // bytes; for Text the buffer size
+    uint16_t len;  // bytes; for Text the buffer size
     Kind kind;
     uint8_t dir;
 };
@@ -27,7 +27,7 @@ struct Field {
 struct Call {
     void *rec;
     uintptr_t arg;
-    int err = 0;    // set with a -1 result
+    int err = 0;  // set with a -1 result
 };
 
 using Handler = int (*)(Call &);
@@ -96,4 +96,4 @@ inline int fail(Call &c, int err)
 // Handler result of a state write: 0, or -1 with its errno.
 int stored(Call &c, bool ok);
 
-} // namespace bsim
+}  // namespace bsim

@@ -87,7 +87,7 @@ std::string trim(const std::string &s)
     return s.substr(b, e - b + 1);
 }
 
-} // namespace
+}  // namespace
 
 std::string state_dir()
 {
@@ -135,7 +135,7 @@ bool make_parents(const std::string &path)
     struct stat st {};
     size_t last = path.rfind('/');
     if (last == std::string::npos || last == 0 || sys::stat(path.substr(0, last).c_str(), &st) == 0)
-        return true;    // the usual case: the directory is already there
+        return true;  // the usual case: the directory is already there
     for (size_t pos = path.find('/', 1); pos != std::string::npos; pos = path.find('/', pos + 1)) {
         std::string part = path.substr(0, pos);
         if (sys::mkdir(part.c_str(), 0755) != 0 && errno != EEXIST)
@@ -256,4 +256,4 @@ int64_t state_keynum(const std::string &rel, const std::string &key, int64_t def
     return parse_num(state_key(rel, key, ""), v) ? v : def;
 }
 
-} // namespace bsim
+}  // namespace bsim

@@ -51,4 +51,4 @@ bool parse_num(const std::string &text, int64_t &out);
 // Creates every missing directory leading to path (its last part excluded).
 bool make_parents(const std::string &path);
 
-} // namespace bsim
+}  // namespace bsim

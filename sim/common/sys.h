@@ -78,4 +78,4 @@ inline long tid()
     return ::syscall(SYS_gettid);
 }
 
-} // namespace bsim::sys
+}  // namespace bsim::sys

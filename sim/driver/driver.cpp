@@ -190,23 +190,31 @@ int power(Call &c)
     return 0;
 }
 
-constexpr Field kLink[] = {{"sel", 0, 1, Kind::U8, kIn}, {"port", 1, 1, Kind::U8, kIn},
-                           {"link", 2, 1, Kind::U8, kOut}};
-constexpr Field kModeNet[] = {{"layout", 0, 1, Kind::U8, kIn}, {"group", 1, 1, Kind::U8, kIn},
-                              {"mode", 2, 1, Kind::U8, kIn}, {"flag", 3, 1, Kind::U8, kIn}};
-constexpr Field kModeLoop[] = {{"layout", 0, 1, Kind::U8, kIn}, {"port", 1, 1, Kind::U8, kIn},
-                               {"code", 2, 1, Kind::U8, kIn}};
-constexpr Field kModeGet[] = {{"sel", 0, 1, Kind::U8, kIn}, {"group", 1, 1, Kind::U8, kIn},
-                              {"mode", 2, 1, Kind::U8, kOut}, {"flag", 3, 1, Kind::U8, kIn}};
+constexpr Field kLink[] = {
+    {"sel", 0, 1, Kind::U8, kIn}, {"port", 1, 1, Kind::U8, kIn}, {"link", 2, 1, Kind::U8, kOut}};
+constexpr Field kModeNet[] = {{"layout", 0, 1, Kind::U8, kIn},
+                              {"group", 1, 1, Kind::U8, kIn},
+                              {"mode", 2, 1, Kind::U8, kIn},
+                              {"flag", 3, 1, Kind::U8, kIn}};
+constexpr Field kModeLoop[] = {
+    {"layout", 0, 1, Kind::U8, kIn}, {"port", 1, 1, Kind::U8, kIn}, {"code", 2, 1, Kind::U8, kIn}};
+constexpr Field kModeGet[] = {{"sel", 0, 1, Kind::U8, kIn},
+                              {"group", 1, 1, Kind::U8, kIn},
+                              {"mode", 2, 1, Kind::U8, kOut},
+                              {"flag", 3, 1, Kind::U8, kIn}};
 constexpr Field kTemp[] = {{"temp", 0, 8, Kind::S64, kOut}};
-constexpr Field kZoneSet[] = {{"reserved", 0, 8, Kind::Hex64, kIn}, {"zone", 8, 32, Kind::Text, kIn}};
+constexpr Field kZoneSet[] = {{"reserved", 0, 8, Kind::Hex64, kIn},
+                              {"zone", 8, 32, Kind::Text, kIn}};
 constexpr Field kZoneGet[] = {{"zone", 8, 32, Kind::Text, kOut}};
 constexpr Field kAlarmIn[] = {{"input", 0, 4, Kind::U32, kIn}, {"level", 4, 1, Kind::U8, kOut}};
-constexpr Field kAlarmOut[] = {{"output", 0, 4, Kind::U32, kIn}, {"state", 4, 1, Kind::U8, kIn},
+constexpr Field kAlarmOut[] = {{"output", 0, 4, Kind::U32, kIn},
+                               {"state", 4, 1, Kind::U8, kIn},
                                {"byte6", 6, 1, Kind::U8, kIn}};
 constexpr Field kWdt[] = {{"bytes", 0, 3, Kind::Bytes, kIn}};
-constexpr Field kPower[] = {{"index", 0, 1, Kind::U8, kIn}, {"present", 1, 1, Kind::U8, kOut},
-                            {"work", 2, 1, Kind::U8, kOut}, {"fan", 3, 1, Kind::U8, kOut}};
+constexpr Field kPower[] = {{"index", 0, 1, Kind::U8, kIn},
+                            {"present", 1, 1, Kind::U8, kOut},
+                            {"work", 2, 1, Kind::U8, kOut},
+                            {"fan", 3, 1, Kind::U8, kOut}};
 
 constexpr Request kPerpRequests[] = {
     make_request(DRV_PERP_GET_LINK, kLink, link_state),
@@ -253,7 +261,7 @@ constexpr Request kDiskPrepRequest = make_request(DRV_DISK_FORMAT_PREP, kDiskPre
 // port driver would.
 bool valid_baud(uint32_t baud)
 {
-    constexpr uint32_t kRates[] = {1200,  2400,  4800,   9600,   19200,  38400,
+    constexpr uint32_t kRates[] = {1200,  2400,   4800,   9600,   19200, 38400,
                                    57600, 115200, 230400, 460800, 921600};
     for (uint32_t r : kRates) {
         if (r == baud)
@@ -262,7 +270,7 @@ bool valid_baud(uint32_t baud)
     return false;
 }
 
-} // namespace
+}  // namespace
 
 extern "C" {
 
@@ -347,4 +355,4 @@ __attribute__((visibility("default"))) int DRV_GPS_SetBaudRate(uint32_t u32Baud)
     });
 }
 
-} // extern "C"
+}  // extern "C"

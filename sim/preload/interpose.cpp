@@ -56,10 +56,14 @@ T next(const char *name)
 const Real &real()
 {
     static const Real r = {
-        next<OpenFn>("open"),         next<OpenFn>("open64"),
-        next<OpenAtFn>("openat"),     next<OpenAtFn>("openat64"),
-        next<FopenFn>("fopen"),       next<FopenFn>("fopen64"),
-        next<int (*)(int)>("close"),  next<int (*)(FILE *)>("fclose"),
+        next<OpenFn>("open"),
+        next<OpenFn>("open64"),
+        next<OpenAtFn>("openat"),
+        next<OpenAtFn>("openat64"),
+        next<FopenFn>("fopen"),
+        next<FopenFn>("fopen64"),
+        next<int (*)(int)>("close"),
+        next<int (*)(FILE *)>("fclose"),
         next<int (*)(int, unsigned long, ...)>("ioctl"),
         next<int (*)(const char *, int)>("access"),
     };
@@ -71,9 +75,9 @@ std::string flags_text(int flags)
     static constexpr struct {
         int bit;
         const char *name;
-    } kBits[] = {{O_CREAT, "O_CREAT"},       {O_EXCL, "O_EXCL"},     {O_NOCTTY, "O_NOCTTY"},
-                 {O_TRUNC, "O_TRUNC"},       {O_APPEND, "O_APPEND"}, {O_NONBLOCK, "O_NONBLOCK"},
-                 {O_SYNC, "O_SYNC"},         {O_CLOEXEC, "O_CLOEXEC"}};
+    } kBits[] = {{O_CREAT, "O_CREAT"}, {O_EXCL, "O_EXCL"},      {O_NOCTTY, "O_NOCTTY"},
+                 {O_TRUNC, "O_TRUNC"}, {O_APPEND, "O_APPEND"},  {O_NONBLOCK, "O_NONBLOCK"},
+                 {O_SYNC, "O_SYNC"},   {O_CLOEXEC, "O_CLOEXEC"}};
     int acc = flags & O_ACCMODE;
     std::string s = acc == O_RDONLY ? "O_RDONLY" : acc == O_WRONLY ? "O_WRONLY" : "O_RDWR";
     int rest = flags & ~O_ACCMODE;
@@ -200,7 +204,7 @@ int do_open(const char *path, int flags, mode_t mode, OpenFn fn)
 
 int do_openat(int dirfd, const char *path, int flags, mode_t mode, OpenAtFn fn)
 {
-    PathClaim pc = claim_path(path);    // absolute paths only, whatever dirfd is
+    PathClaim pc = claim_path(path);  // absolute paths only, whatever dirfd is
     if (pc.kind != Claim::None)
         return board_open(pc, flags, mode);
     debug_pass("openat", path);
@@ -221,7 +225,7 @@ mode_t mode_arg(int flags, va_list ap)
     return needs_mode(flags) ? static_cast<mode_t>(va_arg(ap, int)) : 0;
 }
 
-} // namespace
+}  // namespace
 
 #define BSIM_EXPORT extern "C" __attribute__((visibility("default")))
 
@@ -329,7 +333,8 @@ BSIM_EXPORT int ioctl(int fd, unsigned long req, ...) noexcept
     int saved = errno;
     int err = 0;
     long rc = node_ioctl(claim_name(id), req, arg, err);
-    debug(std::string("ioctl ") + claim_name(id) + " fd " + std::to_string(fd) + " -> " + std::to_string(rc));
+    debug(std::string("ioctl ") + claim_name(id) + " fd " + std::to_string(fd) + " -> " +
+          std::to_string(rc));
     errno = rc != 0 ? err : saved;
     return static_cast<int>(rc);
 }
@@ -338,7 +343,7 @@ BSIM_EXPORT int access(const char *path, int how) noexcept
 {
     PathClaim pc = claim_path(path);
     if (pc.kind == Claim::Node)
-        return 0;    // the node exists and is read-write for everyone
+        return 0;  // the node exists and is read-write for everyone
     if (pc.kind == Claim::Proc)
         return real().access(state_materialize(pc.redirect).c_str(), how);
     return real().access(path, how);

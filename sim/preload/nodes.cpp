@@ -86,7 +86,8 @@ int nvram_get(Call &c)
     if (!valid_var(name))
         return fail(c, EINVAL);
     nvram_seed();
-    auto value = state_dir().empty() ? state_read("nvram/" + name) : state_read_own("nvram/" + name);
+    auto value =
+        state_dir().empty() ? state_read("nvram/" + name) : state_read_own("nvram/" + name);
     if (!value)
         return fail(c, ENOENT);
     if (!value->empty() && value->back() == '\n')
@@ -122,7 +123,7 @@ int i2c_read(Call &c)
 {
     std::string dev = i2c_dev(c.rec);
     if (!state_exists(dev))
-        return fail(c, ENXIO);    // no device answers at that address
+        return fail(c, ENXIO);  // no device answers at that address
     put_u32(c.rec, 4, static_cast<uint32_t>(state_num(dev + "/" + hex2(get_u8(c.rec, 2)), 0)));
     return 0;
 }
@@ -132,7 +133,8 @@ int i2c_write(Call &c)
     std::string dev = i2c_dev(c.rec);
     if (!state_exists(dev))
         return fail(c, ENXIO);
-    return stored(c, state_write(dev + "/" + hex2(get_u8(c.rec, 2)), hex8(get_u32(c.rec, 4)) + "\n"));
+    return stored(c,
+                  state_write(dev + "/" + hex2(get_u8(c.rec, 2)), hex8(get_u32(c.rec, 4)) + "\n"));
 }
 
 int cpureg_read(Call &c)
@@ -143,7 +145,8 @@ int cpureg_read(Call &c)
 
 int cpureg_write(Call &c)
 {
-    return stored(c, state_write("cpureg/" + hex8(get_u32(c.rec, 0)), hex8(get_u32(c.rec, 4)) + "\n"));
+    return stored(c,
+                  state_write("cpureg/" + hex8(get_u32(c.rec, 0)), hex8(get_u32(c.rec, 4)) + "\n"));
 }
 
 int sata_read(Call &c)
@@ -151,19 +154,26 @@ int sata_read(Call &c)
     std::string port = "sata/" + std::to_string(get_u64(c.rec, 0));
     if (!state_exists(port))
         return fail(c, ENODEV);
-    put_u32(c.rec, 16, static_cast<uint32_t>(state_num(port + "/" + hex2(static_cast<unsigned>(get_u64(c.rec, 8))), 0)));
+    put_u32(c.rec, 16,
+            static_cast<uint32_t>(
+                state_num(port + "/" + hex2(static_cast<unsigned>(get_u64(c.rec, 8))), 0)));
     return 0;
 }
 
-constexpr Field kI2cRead[] = {{"bus", 0, 1, Kind::U8, kIn},    {"addr", 1, 1, Kind::Hex8, kIn},
-                              {"reg", 2, 1, Kind::Hex8, kIn},  {"len", 8, 4, Kind::U32, kIn},
+constexpr Field kI2cRead[] = {{"bus", 0, 1, Kind::U8, kIn},
+                              {"addr", 1, 1, Kind::Hex8, kIn},
+                              {"reg", 2, 1, Kind::Hex8, kIn},
+                              {"len", 8, 4, Kind::U32, kIn},
                               {"data", 4, 4, Kind::Hex32, kOut}};
-constexpr Field kI2cWrite[] = {{"bus", 0, 1, Kind::U8, kIn},   {"addr", 1, 1, Kind::Hex8, kIn},
-                               {"reg", 2, 1, Kind::Hex8, kIn}, {"data", 4, 4, Kind::Hex32, kIn},
+constexpr Field kI2cWrite[] = {{"bus", 0, 1, Kind::U8, kIn},
+                               {"addr", 1, 1, Kind::Hex8, kIn},
+                               {"reg", 2, 1, Kind::Hex8, kIn},
+                               {"data", 4, 4, Kind::Hex32, kIn},
                                {"len", 8, 4, Kind::U32, kIn}};
 constexpr Field kRegRead[] = {{"addr", 0, 4, Kind::Hex32, kIn}, {"value", 4, 4, Kind::Hex32, kOut}};
 constexpr Field kRegWrite[] = {{"addr", 0, 4, Kind::Hex32, kIn}, {"value", 4, 4, Kind::Hex32, kIn}};
-constexpr Field kSata[] = {{"port", 0, 8, Kind::U64, kIn}, {"reg", 8, 8, Kind::Hex64, kIn},
+constexpr Field kSata[] = {{"port", 0, 8, Kind::U64, kIn},
+                           {"reg", 8, 8, Kind::Hex64, kIn},
                            {"value", 16, 4, Kind::Hex32, kOut}};
 constexpr Request kMisc[] = {
     make_request(0x40608, kI2cRead, i2c_read),    make_request(0x40609, kI2cWrite, i2c_write),
@@ -200,7 +210,9 @@ int reset_key(Call &c)
 {
     int64_t delay = state_keynum("keys/reset", "delay_ms", 0);
     if (delay > 0) {
-        struct timespec ts {static_cast<time_t>(delay / 1000), static_cast<long>(delay % 1000) * 1000000L};
+        struct timespec ts {
+            static_cast<time_t>(delay / 1000), static_cast<long>(delay % 1000) * 1000000L
+        };
         while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
         }
     }
@@ -224,19 +236,30 @@ int card_value(Call &c, const char *kind, const char *field)
     return 0;
 }
 
-int sub_status(Call &c) { return card_value(c, "subcard", "status"); }
-int sub_type(Call &c) { return card_value(c, "subcard", "type"); }
-int sub_pcb(Call &c) { return card_value(c, "subcard", "pcb"); }
+int sub_status(Call &c)
+{
+    return card_value(c, "subcard", "status");
+}
+int sub_type(Call &c)
+{
+    return card_value(c, "subcard", "type");
+}
+int sub_pcb(Call &c)
+{
+    return card_value(c, "subcard", "pcb");
+}
 
-constexpr Field kGpioWrite[] = {{"group", 0, 4, Kind::U32, kIn}, {"bit", 4, 4, Kind::U32, kIn},
+constexpr Field kGpioWrite[] = {{"group", 0, 4, Kind::U32, kIn},
+                                {"bit", 4, 4, Kind::U32, kIn},
                                 {"value", 8, 4, Kind::U32, kIn}};
-constexpr Field kGpioRead[] = {{"group", 0, 4, Kind::U32, kIn}, {"bit", 4, 4, Kind::U32, kIn},
+constexpr Field kGpioRead[] = {{"group", 0, 4, Kind::U32, kIn},
+                               {"bit", 4, 4, Kind::U32, kIn},
                                {"value", 8, 4, Kind::U32, kOut}};
-constexpr Field kGpioMode[] = {{"group", 0, 4, Kind::U32, kIn}, {"bit", 4, 4, Kind::U32, kIn},
-                               {"mode", 8, 4, Kind::U32, kIn}};
+constexpr Field kGpioMode[] = {
+    {"group", 0, 4, Kind::U32, kIn}, {"bit", 4, 4, Kind::U32, kIn}, {"mode", 8, 4, Kind::U32, kIn}};
 constexpr Field kPlain[] = {{"arg", 0, 0, Kind::Plain, kIn}};
-constexpr Field kChipReset[] = {{"pos", 0, 4, Kind::U32, kIn}, {"chip", 4, 4, Kind::U32, kIn},
-                                {"zero", 8, 4, Kind::U32, kIn}};
+constexpr Field kChipReset[] = {
+    {"pos", 0, 4, Kind::U32, kIn}, {"chip", 4, 4, Kind::U32, kIn}, {"zero", 8, 4, Kind::U32, kIn}};
 constexpr Field kCard[] = {{"card", 0, 4, Kind::U32, kIn}, {"value", 4, 4, Kind::U32, kOut}};
 constexpr Request kGpio[] = {
     make_request(0x40610, kGpioWrite, gpio_write), make_request(0x40611, kGpioRead, gpio_read),
@@ -273,7 +296,8 @@ int64_t watchdog_field(const std::string &text, const std::string &key, int64_t 
     size_t pos = 0;
     while (pos < text.size()) {
         size_t end = text.find('\n', pos);
-        std::string line = text.substr(pos, end == std::string::npos ? std::string::npos : end - pos);
+        std::string line =
+            text.substr(pos, end == std::string::npos ? std::string::npos : end - pos);
         pos = (end == std::string::npos) ? text.size() : end + 1;
         size_t colon = line.find(':');
         if (colon == std::string::npos)
@@ -311,21 +335,38 @@ int switch_read(Call &c)
     return 0;
 }
 
-constexpr Field kSwitch[] = {{"zero", 0, 4, Kind::U32, kIn}, {"reg", 4, 4, Kind::Hex32, kIn},
-                             {"switch", 8, 4, Kind::U32, kIn}, {"value", 12, 4, Kind::Hex32, kOut}};
+constexpr Field kSwitch[] = {{"zero", 0, 4, Kind::U32, kIn},
+                             {"reg", 4, 4, Kind::Hex32, kIn},
+                             {"switch", 8, 4, Kind::U32, kIn},
+                             {"value", 12, 4, Kind::Hex32, kOut}};
 constexpr Request kSwitchReqs[] = {make_request(0x40809, kSwitch, switch_read)};
 
 // ---- /dev/hal_sc ----
 
-int sc_kind(Call &c) { return card_value(c, "storcard", "kind"); }
-int sc_board(Call &c) { return card_value(c, "storcard", "board"); }
-int sc_pcb(Call &c) { return card_value(c, "storcard", "pcb"); }
-int sc_mcu(Call &c) { return card_value(c, "storcard", "mcu"); }
-int sc_status(Call &c) { return card_value(c, "storcard", "status"); }
+int sc_kind(Call &c)
+{
+    return card_value(c, "storcard", "kind");
+}
+int sc_board(Call &c)
+{
+    return card_value(c, "storcard", "board");
+}
+int sc_pcb(Call &c)
+{
+    return card_value(c, "storcard", "pcb");
+}
+int sc_mcu(Call &c)
+{
+    return card_value(c, "storcard", "mcu");
+}
+int sc_status(Call &c)
+{
+    return card_value(c, "storcard", "status");
+}
 
 constexpr Request kScReqs[] = {
-    make_request(0x40622, kCard, sc_kind), make_request(0x30107, kCard, sc_board),
-    make_request(0x30100, kCard, sc_pcb),  make_request(0x30106, kCard, sc_mcu),
+    make_request(0x40622, kCard, sc_kind),   make_request(0x30107, kCard, sc_board),
+    make_request(0x30100, kCard, sc_pcb),    make_request(0x30106, kCard, sc_mcu),
     make_request(0x40626, kCard, sc_status),
 };
 
@@ -346,7 +387,8 @@ int first_use_get(Call &c)
 int first_use_set(Call &c)
 {
     char buf[48];
-    std::snprintf(buf, sizeof buf, "%04d-%02d-%02d\n", static_cast<int32_t>(get_u32(c.rec, 0)) + 2000,
+    std::snprintf(buf, sizeof buf, "%04d-%02d-%02d\n",
+                  static_cast<int32_t>(get_u32(c.rec, 0)) + 2000,
                   static_cast<int32_t>(get_u32(c.rec, 4)), static_cast<int32_t>(get_u32(c.rec, 8)));
     return stored(c, state_write("runtime/first_use", buf));
 }
@@ -365,13 +407,20 @@ int total_set(Call &c)
     return stored(c, state_write("runtime/total_used", v));
 }
 
-int record_on(Call &c) { return stored(c, state_write("runtime/record", "on\n")); }
-int record_off(Call &c) { return stored(c, state_write("runtime/record", "off\n")); }
+int record_on(Call &c)
+{
+    return stored(c, state_write("runtime/record", "on\n"));
+}
+int record_off(Call &c)
+{
+    return stored(c, state_write("runtime/record", "off\n"));
+}
 
-constexpr Field kDateOut[] = {{"year", 0, 4, Kind::S32, kOut}, {"month", 4, 4, Kind::S32, kOut},
+constexpr Field kDateOut[] = {{"year", 0, 4, Kind::S32, kOut},
+                              {"month", 4, 4, Kind::S32, kOut},
                               {"day", 8, 4, Kind::S32, kOut}};
-constexpr Field kDateIn[] = {{"year", 0, 4, Kind::S32, kIn}, {"month", 4, 4, Kind::S32, kIn},
-                             {"day", 8, 4, Kind::S32, kIn}};
+constexpr Field kDateIn[] = {
+    {"year", 0, 4, Kind::S32, kIn}, {"month", 4, 4, Kind::S32, kIn}, {"day", 8, 4, Kind::S32, kIn}};
 constexpr Field kTotalOut[] = {{"days", 0, 4, Kind::S32, kOut}, {"hours", 4, 4, Kind::S32, kOut}};
 constexpr Field kTotalIn[] = {{"days", 0, 4, Kind::S32, kIn}, {"hours", 4, 4, Kind::S32, kIn}};
 constexpr Field kRecord[] = {{"bytes", 0, 24, Kind::Bytes, kIn}};
@@ -397,7 +446,9 @@ int64_t slot_word(const std::string &rel, size_t s)
         size_t e = text.find_first_of(" \t\r\n", b);
         if (i == s) {
             int64_t v = 0;
-            return parse_num(text.substr(b, e == std::string::npos ? std::string::npos : e - b), v) ? v : 0;
+            return parse_num(text.substr(b, e == std::string::npos ? std::string::npos : e - b), v)
+                       ? v
+                       : 0;
         }
         if (e == std::string::npos)
             return 0;
@@ -437,8 +488,10 @@ int usb_info(Call &c)
 
 constexpr Field kPresent[] = {{"cabinet0", 0, kSlots, Kind::Bytes, kOut}};
 constexpr Field kCapacity[] = {{"capacity0", 80, 8, Kind::U64, kOut}};
-constexpr Field kUsb[] = {{"name0", 0, 20, Kind::Text, kOut}, {"present0", 20, 4, Kind::S32, kOut},
-                          {"name1", 128, 20, Kind::Text, kOut}, {"present1", 148, 4, Kind::S32, kOut}};
+constexpr Field kUsb[] = {{"name0", 0, 20, Kind::Text, kOut},
+                          {"present0", 20, 4, Kind::S32, kOut},
+                          {"name1", 128, 20, Kind::Text, kOut},
+                          {"present1", 148, 4, Kind::S32, kOut}};
 constexpr Request kDiskReqs[] = {make_request(0x40500, kPresent, disk_present),
                                  make_request(0x40510, kCapacity, disk_capacity),
                                  make_request(0x40504, kUsb, usb_info)};
@@ -458,10 +511,14 @@ constexpr NodeTable node(const char *path, const Request (&reqs)[N])
 }
 
 constexpr NodeTable kNodes[] = {
-    node("/dev/hal_nvram", kNvram),          node("/dev/hal_misc", kMisc),
-    node("/dev/hal_gpio", kGpio),            node("/dev/hal_rmc", kRmcReqs),
-    node("/dev/hal_watchdog", kWatchdogReqs), node("/dev/hal_switch", kSwitchReqs),
-    node("/dev/hal_sc", kScReqs),            node("/dev/hal_runtime", kRuntimeReqs),
+    node("/dev/hal_nvram", kNvram),
+    node("/dev/hal_misc", kMisc),
+    node("/dev/hal_gpio", kGpio),
+    node("/dev/hal_rmc", kRmcReqs),
+    node("/dev/hal_watchdog", kWatchdogReqs),
+    node("/dev/hal_switch", kSwitchReqs),
+    node("/dev/hal_sc", kScReqs),
+    node("/dev/hal_runtime", kRuntimeReqs),
     node("/dev/harddisk", kDiskReqs),
 };
 
@@ -478,13 +535,13 @@ const Request *find_request(const char *path, unsigned long req)
     return nullptr;
 }
 
-} // namespace
+}  // namespace
 
 std::string watchdog_status_text(unsigned mode, unsigned timeleft, unsigned timeout)
 {
     char buf[160];
-    std::snprintf(buf, sizeof buf, "%-12s: %-12s\n%-12s: %-12u\n%-12s: %-12u\n%-12s: %-12u\n", "name",
-                  "hal_wdt", "mode", mode, "timeleft", timeleft, "timeout", timeout);
+    std::snprintf(buf, sizeof buf, "%-12s: %-12s\n%-12s: %-12u\n%-12s: %-12u\n%-12s: %-12u\n",
+                  "name", "hal_wdt", "mode", mode, "timeleft", timeleft, "timeout", timeout);
     return buf;
 }
 
@@ -506,4 +563,4 @@ long node_ioctl(const char *path, unsigned long req, void *arg, int &err)
     return serve(line, *r, c, target, general, err);
 }
 
-} // namespace bsim
+}  // namespace bsim

@@ -13,4 +13,4 @@ long node_ioctl(const char *path, unsigned long req, void *arg, int &err);
 // byte 68, where the tool reads it.
 std::string watchdog_status_text(unsigned mode, unsigned timeleft, unsigned timeout);
 
-} // namespace bsim
+}  // namespace bsim

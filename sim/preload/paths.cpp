@@ -22,13 +22,19 @@ struct BoardPath {
 };
 
 constexpr BoardPath kPaths[] = {
-    {"/dev/hal_nvram", Claim::Node},       {"/dev/hal_misc", Claim::Node},
-    {"/dev/hal_gpio", Claim::Node},        {"/dev/hal_rmc", Claim::Node},
-    {"/dev/hal_sc", Claim::Node},          {"/dev/hal_switch", Claim::Node},
-    {"/dev/hal_runtime", Claim::Node},     {"/dev/hal_watchdog", Claim::Node},
+    {"/dev/hal_nvram", Claim::Node},
+    {"/dev/hal_misc", Claim::Node},
+    {"/dev/hal_gpio", Claim::Node},
+    {"/dev/hal_rmc", Claim::Node},
+    {"/dev/hal_sc", Claim::Node},
+    {"/dev/hal_switch", Claim::Node},
+    {"/dev/hal_runtime", Claim::Node},
+    {"/dev/hal_watchdog", Claim::Node},
     {"/dev/harddisk", Claim::Node},
-    {"/proc/watchdog_status", Claim::Proc}, {"/proc/disk/disk_name", Claim::Proc},
-    {"/proc/disk/global", Claim::Proc},     {"/proc/sys/kernel/printk", Claim::Proc},
+    {"/proc/watchdog_status", Claim::Proc},
+    {"/proc/disk/disk_name", Claim::Proc},
+    {"/proc/disk/global", Claim::Proc},
+    {"/proc/sys/kernel/printk", Claim::Proc},
 };
 constexpr int kPathCount = static_cast<int>(sizeof kPaths / sizeof kPaths[0]);
 
@@ -49,7 +55,7 @@ uint64_t inode_of(int fd)
     return (static_cast<uint64_t>(st.st_dev) << 40) ^ static_cast<uint64_t>(st.st_ino);
 }
 
-} // namespace
+}  // namespace
 
 PathClaim claim_path(const char *path)
 {
@@ -64,7 +70,7 @@ PathClaim claim_path(const char *path)
         c.kind = kPaths[i].kind;
         c.id = i;
         if (c.kind == Claim::Proc)
-            c.redirect = path + 1;    // "proc/..." relative to the state directory
+            c.redirect = path + 1;  // "proc/..." relative to the state directory
         return c;
     }
     return c;
@@ -116,4 +122,4 @@ int fd_lookup(int fd)
     return same ? id : -1;
 }
 
-} // namespace bsim
+}  // namespace bsim

@@ -10,8 +10,8 @@ enum class Claim { None, Node, Proc };
 
 struct PathClaim {
     Claim kind = Claim::None;
-    int id = -1;              // index into the path table
-    std::string redirect;     // Proc: the file under $BOARDSIM_STATE/proc
+    int id = -1;           // index into the path table
+    std::string redirect;  // Proc: the file under $BOARDSIM_STATE/proc
 };
 
 // Absolute paths only; nothing is claimed without a state directory.
@@ -28,4 +28,4 @@ int fd_untrack(int fd);
 // Id of a tracked fd still referring to what we opened, else -1.
 int fd_lookup(int fd);
 
-} // namespace bsim
+}  // namespace bsim

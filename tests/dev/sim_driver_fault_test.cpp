@@ -86,7 +86,7 @@ TEST_F(BoardTest, FaultRetErrnoSkipTimesAcrossProcesses)
     put("fail/ioctl./dev/hal_gpio.0x40610", "errno=EBUSY\nskip=1\ntimes=2\n");
     pid_t child = fork();
     if (child == 0)
-        _exit(EQU_GPIO_WriteByte(3, 22, 1) == EQU_OK ? 0 : 1);    // the skipped call
+        _exit(EQU_GPIO_WriteByte(3, 22, 1) == EQU_OK ? 0 : 1);  // the skipped call
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
@@ -100,7 +100,7 @@ TEST_F(BoardTest, FaultRetErrnoSkipTimesAcrossProcesses)
     EXPECT_EQ(ioctl(fd, 0x40610, rec), -1);
     EXPECT_EQ(ioctl(fd, 0x40610, rec), 0);
     close(fd);
-    EXPECT_EQ(read("gpio/3.22"), "0\n");    // failed writes changed nothing
+    EXPECT_EQ(read("gpio/3.22"), "0\n");  // failed writes changed nothing
     EXPECT_TRUE(logged("ioctl /dev/hal_gpio 0x40610 group=3 bit=22 value=0 -> -1 errno=EBUSY"));
 
     // A bare driver-call target fails every request, with -1.

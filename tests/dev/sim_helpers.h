@@ -11,7 +11,7 @@
 #include <string>
 
 class BoardTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override
     {
         const auto *info = ::testing::UnitTest::GetInstance()->current_test_info();

@@ -35,7 +35,7 @@ std::string getenv_flash(const char *name)
     return EQU_GetEnvFromFlash(&e) == EQU_OK ? std::string(e.szValue) : std::string("<fail>");
 }
 
-} // namespace
+}  // namespace
 
 TEST_F(BoardTest, NvramPersistsAcrossRunsOfTheSameDirectory)
 {
@@ -59,7 +59,8 @@ TEST_F(BoardTest, NvramPersistsAcrossRunsOfTheSameDirectory)
     EXPECT_EQ(getenv_flash("factory_timezone"), "GMT+8");
     std::filesystem::remove(dir_ + "/nvram/factory_timezone");
     EXPECT_EQ(getenv_flash("factory_timezone"), "<fail>");
-    EXPECT_TRUE(logged("ioctl /dev/hal_nvram 0x40614 name=\"factory_timezone\" -> -1 errno=ENOENT"));
+    EXPECT_TRUE(
+        logged("ioctl /dev/hal_nvram 0x40614 name=\"factory_timezone\" -> -1 errno=ENOENT"));
 }
 
 TEST_F(BoardTest, ProcFilesLandInTheStateDirectoryEvenFromTheShell)

@@ -24,7 +24,7 @@ int open_node(const char *path)
     return fd;
 }
 
-} // namespace
+}  // namespace
 
 TEST_F(BoardTest, RuntimeRecordRoundTrips)
 {
@@ -67,7 +67,7 @@ TEST_F(BoardTest, HarddiskPresenceCapacityAndUsbTables)
     EXPECT_EQ(present[0], 1);
     EXPECT_EQ(present[1], 0);
     EXPECT_EQ(present[2], 1);
-    EXPECT_EQ(present[24], 0);    // other cabinets are empty
+    EXPECT_EQ(present[24], 0);  // other cabinets are empty
     EXPECT_EQ(present[71], 0);
 
     std::vector<uint8_t> cap(6912, 0xee);
@@ -112,7 +112,7 @@ TEST_F(BoardTest, UnknownRequestsAndReusedDescriptorNumbers)
     EXPECT_EQ(errno, ENOTTY);
     EXPECT_TRUE(logged("ioctl /dev/hal_gpio 0x12345 arg=0x0 -> -1 errno=ENOTTY"));
     uint32_t rec[3] = {3, 22, 1};
-    EXPECT_EQ(ioctl(fd, 0x40610, nullptr), -1);    // a record request without its record
+    EXPECT_EQ(ioctl(fd, 0x40610, nullptr), -1);  // a record request without its record
     EXPECT_EQ(errno, EFAULT);
 
     // Once the number names a pipe, the board no longer answers on it.
@@ -140,7 +140,9 @@ TEST_F(BoardTest, JournalLinesFromSeveralProcessesStayWhole)
         if (child == 0) {
             bool ok = true;
             for (int i = 0; i < kCalls; ++i)
-                ok = EQU_GPIO_WriteByte(3, 22 + static_cast<uint32_t>(p), static_cast<uint32_t>(i & 1)) == EQU_OK && ok;
+                ok = EQU_GPIO_WriteByte(3, 22 + static_cast<uint32_t>(p),
+                                        static_cast<uint32_t>(i & 1)) == EQU_OK &&
+                     ok;
             _exit(ok ? 0 : 1);
         }
         kids.push_back(child);
@@ -153,9 +155,11 @@ TEST_F(BoardTest, JournalLinesFromSeveralProcessesStayWhole)
     std::istringstream in(journal());
     int lines = 0;
     for (std::string s; std::getline(in, s); ++lines) {
-        bool known = s.starts_with("open /dev/hal_gpio fd=") || s.starts_with("close /dev/hal_gpio fd=") ||
+        bool known = s.starts_with("open /dev/hal_gpio fd=") ||
+                     s.starts_with("close /dev/hal_gpio fd=") ||
                      s.starts_with("ioctl /dev/hal_gpio 0x40610 group=3 bit=");
-        bool ended = s.find(" -> ") != std::string::npos && std::isdigit(static_cast<unsigned char>(s.back()));
+        bool ended = s.find(" -> ") != std::string::npos &&
+                     std::isdigit(static_cast<unsigned char>(s.back()));
         EXPECT_TRUE(known && ended) << s;
     }
     EXPECT_EQ(lines, kProcs * kCalls * 3);
@@ -187,6 +191,7 @@ TEST_F(BoardTest, StateDirectoryMadeOnFirstUseLosesNoLine)
     std::string first, second;
     std::getline(in, first);
     std::getline(in, second);
-    EXPECT_EQ(first, "open /dev/hal_gpio fd=" + std::to_string(fd) + " flags=O_RDWR -> " + std::to_string(fd));
+    EXPECT_EQ(first, "open /dev/hal_gpio fd=" + std::to_string(fd) + " flags=O_RDWR -> " +
+                         std::to_string(fd));
     EXPECT_EQ(second, "close /dev/hal_gpio fd=" + std::to_string(fd) + " -> 0");
 }

@@ -28,7 +28,7 @@ using Lines = std::vector<std::string>;
 
 // The simulator's fixture, with the journal read in steps.
 class EquDevice : public BoardTest {
-protected:
+  protected:
     // Journal lines written since the last call.
     Lines journal()
     {
@@ -167,7 +167,7 @@ TEST_F(EquDevice, DeliberatelyOpenDescriptors)
     EXPECT_EQ(0, EQU_CPUReg_Write(0x2000, 0x55));
     EXPECT_EQ("0x00000055\n", read("cpureg/0x00002000"));
     CaptureStdout();
-    EXPECT_EQ(200u, EQU_I2C_Read(2, 0x50, 1, 1, &u32Val));   // nothing answers at 0x50
+    EXPECT_EQ(200u, EQU_I2C_Read(2, 0x50, 1, 1, &u32Val));  // nothing answers at 0x50
     EXPECT_EQ(200u, EQU_I2C_Write(2, 0x50, 3, 1));
     put("fail/ioctl./dev/hal_misc.0x70106", "");
     EXPECT_EQ(200, EQU_CPUReg_Read(0x1000, &u32Val));
@@ -179,7 +179,7 @@ TEST_F(EquDevice, DeliberatelyOpenDescriptors)
               "\r\nopen /dev/hal_misc failed\n",
               GetCapturedStdout());
     std::vector<int> vOpen = leftOpen(journal(), "/dev/hal_misc");
-    ASSERT_EQ(3u, vOpen.size());   // read, write, failed I2C write
+    ASSERT_EQ(3u, vOpen.size());  // read, write, failed I2C write
     for (int fd : vOpen) {
         EXPECT_NE(-1, fcntl(fd, F_GETFD));
         close(fd);
@@ -263,8 +263,7 @@ TEST_F(EquDevice, LedOffRightAfterOnEndsAllOff)
         std::this_thread::sleep_for(std::chrono::milliseconds(iDelayMs));
         EXPECT_EQ(0u, EQU_CmdProc_LedOffAll(nullptr));
         Writes w = ledWrites(journal());
-        EXPECT_TRUE(w == kAllOff ||
-                    (w.size() == 28 && Writes(w.begin() + 20, w.end()) == kAllOff));
+        EXPECT_TRUE(w == kAllOff || (w.size() == 28 && Writes(w.begin() + 20, w.end()) == kAllOff));
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_TRUE(ledWrites(journal()).empty());
@@ -283,7 +282,7 @@ TEST_F(EquDevice, LedWorkerEndsOnAFailedCycleAndOffStillReturns)
     EXPECT_EQ("\r\nset gpio value failed, GpioIdx 3, BitIdx 24,  Value 0"
               "\r\nsomething wrong with led thread!",
               GetCapturedStdout());
-    EXPECT_EQ(28u, ledWrites(journal()).size());   // the failed cycle ran to its end
+    EXPECT_EQ(28u, ledWrites(journal()).size());  // the failed cycle ran to its end
     EXPECT_EQ(0u, EQU_CmdProc_LedOnAll(nullptr));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     EXPECT_TRUE(ledWrites(journal()).empty());

@@ -13,7 +13,8 @@ inline std::string withKeysOnStdin(const std::string &strKeys, const std::functi
 {
     int aiPipe[2];
     EXPECT_EQ(0, pipe(aiPipe));
-    EXPECT_EQ(static_cast<ssize_t>(strKeys.size()), write(aiPipe[1], strKeys.data(), strKeys.size()));
+    EXPECT_EQ(static_cast<ssize_t>(strKeys.size()),
+              write(aiPipe[1], strKeys.data(), strKeys.size()));
     close(aiPipe[1]);
     int iSaved = dup(0);
     dup2(aiPipe[0], 0);

@@ -20,10 +20,11 @@ constexpr uint32_t kB01 = 0x44130109, kB02 = 0x44130107, kB03 = 0x44130209, kB04
 // Tests that reshape the registry put the constructors' registry back
 // afterwards, so the order of tests does not matter.
 class Registry : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override
     {
-        saved.assign(gstEquBoardTbl.ppstBoardDesc, gstEquBoardTbl.ppstBoardDesc + gstEquBoardTbl.u32Cnt);
+        saved.assign(gstEquBoardTbl.ppstBoardDesc,
+                     gstEquBoardTbl.ppstBoardDesc + gstEquBoardTbl.u32Cnt);
     }
     void TearDown() override
     {
@@ -55,11 +56,11 @@ TEST_F(Registry, ConstructorsRegisterTheFourBoards)
     for (const EQU_BOARD_DESC_S *d : saved) {
         SCOPED_TRACE(d->u32BoardId);
         EXPECT_STREQ(d->pcModel, "PLM7140");
-        const uint8_t counts[] = {d->ucRsv1, d->ucEthNum, d->ucFeCopperNum, d->ucGeCopperNum,
-                                  d->ucFiberNum, d->ucRsv2, d->ucRsv3, d->ucUsbNum,
-                                  d->ucAlarmSlotNum, d->ucAlarmInNum, d->ucAlarmOutNum,
-                                  d->ucRs232Num, d->ucRs485Num, d->ucRs422Num, d->ucDdrNum,
-                                  d->ucResetKey, d->ucPowerKey};
+        const uint8_t counts[] = {
+            d->ucRsv1,        d->ucEthNum,   d->ucFeCopperNum, d->ucGeCopperNum,  d->ucFiberNum,
+            d->ucRsv2,        d->ucRsv3,     d->ucUsbNum,      d->ucAlarmSlotNum, d->ucAlarmInNum,
+            d->ucAlarmOutNum, d->ucRs232Num, d->ucRs485Num,    d->ucRs422Num,     d->ucDdrNum,
+            d->ucResetKey,    d->ucPowerKey};
         EXPECT_EQ(std::vector<uint8_t>(std::begin(counts), std::end(counts)),
                   (std::vector<uint8_t>{1, 2, 0, 20, 2, 3, 0, 2, 1, 2, 2, 1, 2, 0, 2, 1, 0}));
         EXPECT_EQ(d->pucRs422Port2Tty, nullptr);

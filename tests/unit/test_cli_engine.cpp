@@ -19,7 +19,10 @@ const EQU_KEY_HELP_INFO_S kRows[] = {
     {"gamma", "Gamma", "zh-gamma"},
 };
 
-uint64_t handlerA(CLI_CMD_PARA_S *) { return 0; }
+uint64_t handlerA(CLI_CMD_PARA_S *)
+{
+    return 0;
+}
 
 // glibc's assertion line for an engine check, as a regular expression.
 std::string assertion(const char *pcFunc, const std::string &strExpr)
@@ -35,7 +38,7 @@ std::string assertion(const char *pcFunc, const std::string &strExpr)
 }
 
 class CliEngine : public testing::Test {
-protected:
+  protected:
     void SetUp() override
     {
         GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -67,9 +70,8 @@ TEST_F(CliEngine, RuleTexts)
         const char *pcRule;
         int64_t lRet, lCount, lSecond;
     } kCases[] = {
-        {"$1 $11 $2", 0, 3, 11}, {"$3 $4 ", 0, 2, 4}, {"$5\t$6\n$7", 0, 3, 6},
-        {"", 0, 0, 0},           {"$0", 0, 1, 0},     {"$1 $ 2", -1, 0, 0},
-        {"$", -1, 0, 0},
+        {"$1 $11 $2", 0, 3, 11}, {"$3 $4 ", 0, 2, 4},  {"$5\t$6\n$7", 0, 3, 6}, {"", 0, 0, 0},
+        {"$0", 0, 1, 0},         {"$1 $ 2", -1, 0, 0}, {"$", -1, 0, 0},
     };
     for (const auto &c : kCases) {
         int64_t alVec[CLI_TEMPLET_SIZE] = {};
@@ -115,22 +117,28 @@ TEST_F(CliEngine, UnusableRulesAreRefused)
     EXPECT_EQ("", testing::internal::GetCapturedStdout());
     EXPECT_EQ(nullptr, gpstCmdTempletRoot);
     EXPECT_EQ(-1, CLI_NewCmdElement(m_pT, 0, "x", CLI_PARA_NONE, 0, 0, nullptr, nullptr, kRows, 0));
-    EXPECT_EQ(-1, CLI_NewCmdElement(m_pT, 31, "x", CLI_PARA_NONE, 0, 0, nullptr, nullptr, kRows, 0));
+    EXPECT_EQ(-1,
+              CLI_NewCmdElement(m_pT, 31, "x", CLI_PARA_NONE, 0, 0, nullptr, nullptr, kRows, 0));
 }
 
 TEST_F(CliEngine, BrokenRegistrationsStop)
 {
     EXPECT_DEATH(CLI_InstallCmd(m_pT, 3, "$1 $4", handlerA),
                  assertion("CLI_GetCmdLinkFromRule", "plCmdVec[i] <= lTotalElementNum"));
-    EXPECT_DEATH(CLI_AddKey(m_pT, 5, nullptr, kRows, 0), assertion("CLI_NewCmdElement", "NULL != pcKey"));
+    EXPECT_DEATH(CLI_AddKey(m_pT, 5, nullptr, kRows, 0),
+                 assertion("CLI_NewCmdElement", "NULL != pcKey"));
     EXPECT_DEATH(CLI_AddKey(m_pT, 5, "x", nullptr, 0),
                  assertion("CLI_NewCmdElement", "NULL != pstKeyHelpInfo"));
-    EXPECT_DEATH(CLI_InstallCmd(m_pT, 4, "$1", nullptr), assertion("CLI_InstallCmd", "NULL != pfHandleFunc"));
-    EXPECT_DEATH(CLI_InstallCmd(m_pT, 4, nullptr, handlerA), assertion("CLI_InstallCmd", "NULL != pcRule"));
+    EXPECT_DEATH(CLI_InstallCmd(m_pT, 4, "$1", nullptr),
+                 assertion("CLI_InstallCmd", "NULL != pfHandleFunc"));
+    EXPECT_DEATH(CLI_InstallCmd(m_pT, 4, nullptr, handlerA),
+                 assertion("CLI_InstallCmd", "NULL != pcRule"));
     EXPECT_DEATH(CLI_InstallCmd(nullptr, 4, "$1", handlerA),
                  assertion("CLI_InstallCmd", "NULL != pTotalCmdVector"));
-    EXPECT_DEATH(CLI_InstallCmdTemplet(nullptr), assertion("CLI_InstallCmdTemplet", "NULL != pstCmdLink"));
-    EXPECT_DEATH(CLI_FreeCmdTemplet(nullptr, 1), assertion("CLI_FreeCmdTemplet", "NULL != pCmdVector"));
+    EXPECT_DEATH(CLI_InstallCmdTemplet(nullptr),
+                 assertion("CLI_InstallCmdTemplet", "NULL != pstCmdLink"));
+    EXPECT_DEATH(CLI_FreeCmdTemplet(nullptr, 1),
+                 assertion("CLI_FreeCmdTemplet", "NULL != pCmdVector"));
 }
 
 // ---- the tree ----
@@ -177,13 +185,14 @@ TEST_F(CliEngine, Tokenising)
     ASSERT_EQ(CLI_MAX_TOKEN_NUM, lArgc);
     EXPECT_STREQ("29", aszArgv[CLI_MAX_TOKEN_NUM - 1]);
 
-    EXPECT_DEATH(CLI_GetCmdArg(nullptr, aszArgv, &lArgc), assertion("CLI_GetCmdArg", "NULL != pcLineBuf"));
+    EXPECT_DEATH(CLI_GetCmdArg(nullptr, aszArgv, &lArgc),
+                 assertion("CLI_GetCmdArg", "NULL != pcLineBuf"));
 }
 
 // ---- parameter record ----
 
 class CliParams : public CliEngine {
-protected:
+  protected:
     void SetUp() override
     {
         CliEngine::SetUp();
@@ -222,15 +231,21 @@ TEST_F(CliParams, ReadingPastTheRecordStops)
     uint64_t ulVal = 0;
     char szText[CLI_MAX_TOKEN_LEN];
     const std::string strSeq = "pstCmdRecordInfo->ulParaLen > lCmdParaSeq";
-    EXPECT_DEATH(CLI_GetUlongValuePara(&m_stPara, 3, &ulVal), assertion("CLI_GetUlongValuePara", strSeq));
-    EXPECT_DEATH(CLI_GetUlongValuePara(&m_stPara, -1, &ulVal), assertion("CLI_GetUlongValuePara", strSeq));
-    EXPECT_DEATH(CLI_GetOctStringPara(&m_stPara, 3, szText), assertion("CLI_GetOctStringPara", strSeq));
+    EXPECT_DEATH(CLI_GetUlongValuePara(&m_stPara, 3, &ulVal),
+                 assertion("CLI_GetUlongValuePara", strSeq));
+    EXPECT_DEATH(CLI_GetUlongValuePara(&m_stPara, -1, &ulVal),
+                 assertion("CLI_GetUlongValuePara", strSeq));
+    EXPECT_DEATH(CLI_GetOctStringPara(&m_stPara, 3, szText),
+                 assertion("CLI_GetOctStringPara", strSeq));
     EXPECT_DEATH(CLI_GetParaOID(&m_stPara, 5, &ulVal), assertion("CLI_GetParaOID", strSeq));
-    EXPECT_DEATH(CLI_GetUlongValuePara(nullptr, 0, &ulVal), assertion("CLI_GetUlongValuePara", "NULL != pCmdPara"));
+    EXPECT_DEATH(CLI_GetUlongValuePara(nullptr, 0, &ulVal),
+                 assertion("CLI_GetUlongValuePara", "NULL != pCmdPara"));
     EXPECT_DEATH(CLI_GetUlongValuePara(&m_stPara, 0, nullptr),
                  assertion("CLI_GetUlongValuePara", "NULL != pulRetVal"));
-    EXPECT_DEATH(CLI_GetParaOID(&m_stPara, 0, nullptr), assertion("CLI_GetParaOID", "NULL != pulCmdCMO"));
-    EXPECT_DEATH(CLI_GetAllParaNum(nullptr, &ulVal), assertion("CLI_GetAllParaNum", "NULL != pstCmdPara"));
+    EXPECT_DEATH(CLI_GetParaOID(&m_stPara, 0, nullptr),
+                 assertion("CLI_GetParaOID", "NULL != pulCmdCMO"));
+    EXPECT_DEATH(CLI_GetAllParaNum(nullptr, &ulVal),
+                 assertion("CLI_GetAllParaNum", "NULL != pstCmdPara"));
     EXPECT_DEATH(CLI_ExecCmdHandleFunc(m_pT[0], nullptr),
                  assertion("CLI_ExecCmdHandleFunc", "NULL != pstCmdParaInfo"));
 }

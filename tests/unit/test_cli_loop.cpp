@@ -44,7 +44,7 @@ EditResult edit(const std::string &strKeys, const char *pcStart = "")
 }
 
 class CliLoop : public testing::Test {
-protected:
+  protected:
     void SetUp() override
     {
         resetHistory();
@@ -75,7 +75,8 @@ TEST_F(CliLoop, HistoryKeepsOnlyNewNonEmptyFinishedLines)
     EXPECT_EQ(gulHistorySavePosition, gulHistoryShowPosition);
     // Walking past the oldest answers null and stays there; down then comes
     // forward again, and past the newest answers null.
-    EXPECT_EQ((std::vector<std::string>{"b", "a", "<null>", "<null>"}), walk(CLI_GetHistroyCmdPre, 4));
+    EXPECT_EQ((std::vector<std::string>{"b", "a", "<null>", "<null>"}),
+              walk(CLI_GetHistroyCmdPre, 4));
     EXPECT_EQ((std::vector<std::string>{"a", "b", "<null>"}), walk(CLI_GetHistroyCmdNext, 3));
     // The end of the walk parks on the newest slot, so up skips it.
     EXPECT_STREQ("a", CLI_GetHistroyCmdPre());

@@ -135,8 +135,11 @@ uint64_t dumpParams(const char *pcName, CLI_CMD_PARA_S *pstPara, uint64_t ulRet)
     return ulRet;
 }
 
-#define DUMMY_HANDLER(fn, ret) \
-    uint64_t fn(CLI_CMD_PARA_S *p) { return dumpParams(#fn, p, ret); }
+#define DUMMY_HANDLER(fn, ret)                                                                     \
+    uint64_t fn(CLI_CMD_PARA_S *p)                                                                 \
+    {                                                                                              \
+        return dumpParams(#fn, p, ret);                                                            \
+    }
 DUMMY_HANDLER(tempRead, 0)
 DUMMY_HANDLER(tempReadNet, 0)
 DUMMY_HANDLER(heatCtrl, 0)
@@ -341,7 +344,7 @@ struct LineCase {
 };
 
 class Transcript {
-public:
+  public:
     explicit Transcript(std::string strFile) : m_strFile(std::move(strFile)) {}
 
     void run()
@@ -357,7 +360,7 @@ public:
         EXPECT_GT(m_iCases, 0) << m_strFile << " holds no case";
     }
 
-private:
+  private:
     void directive(int iLine, const std::string &strLine)
     {
         if (strLine.empty() || strLine[0] == '#') {
@@ -409,7 +412,8 @@ private:
         CaptureStdout();
         int64_t lRet = CLI_MainProcess(gszLineBuf, m_ulLanguage);
         std::string strOut = GetCapturedStdout();
-        std::string strWhere = m_strFile + ":" + std::to_string(c.iLine) + " > " + escape(c.strTyped);
+        std::string strWhere =
+            m_strFile + ":" + std::to_string(c.iLine) + " > " + escape(c.strTyped);
         EXPECT_EQ(escape(c.strExpect), escape(strOut)) << strWhere;
         EXPECT_EQ(c.lRet, lRet) << strWhere;
         if (c.bCheckBuf) {
@@ -428,15 +432,30 @@ private:
 };
 
 class CliTranscript : public testing::Test {
-protected:
+  protected:
     void SetUp() override { resetEngine(); }
     void TearDown() override { resetEngine(); }
 };
 
-TEST_F(CliTranscript, Matching) { Transcript("cli_matching.txt").run(); }
-TEST_F(CliTranscript, DispatchFrame) { Transcript("cli_dispatch.txt").run(); }
-TEST_F(CliTranscript, HelpLists) { Transcript("cli_help.txt").run(); }
-TEST_F(CliTranscript, Completion) { Transcript("cli_completion.txt").run(); }
-TEST_F(CliTranscript, ErrorPointers) { Transcript("cli_pointers.txt").run(); }
+TEST_F(CliTranscript, Matching)
+{
+    Transcript("cli_matching.txt").run();
+}
+TEST_F(CliTranscript, DispatchFrame)
+{
+    Transcript("cli_dispatch.txt").run();
+}
+TEST_F(CliTranscript, HelpLists)
+{
+    Transcript("cli_help.txt").run();
+}
+TEST_F(CliTranscript, Completion)
+{
+    Transcript("cli_completion.txt").run();
+}
+TEST_F(CliTranscript, ErrorPointers)
+{
+    Transcript("cli_pointers.txt").run();
+}
 
 }  // namespace

@@ -96,14 +96,14 @@ TEST(EquCommon, ConfirmationAnswerHolds99Characters)
 }
 
 class EquTftp : public testing::Test {
-protected:
+  protected:
     void SetUp() override
     {
         char acDir[] = "/tmp/equ_tftp_XXXXXX";
         ASSERT_NE(nullptr, mkdtemp(acDir));
         strDir = acDir;
-        std::ofstream(strDir + "/tftp") << "#!/bin/sh\necho \"$@\" >> " << strDir
-                                       << "/args\nexit ${TFTP_RC:-0}\n";
+        std::ofstream(strDir + "/tftp")
+            << "#!/bin/sh\necho \"$@\" >> " << strDir << "/args\nexit ${TFTP_RC:-0}\n";
         chmod((strDir + "/tftp").c_str(), 0755);
         strPath = getenv("PATH");
         setenv("PATH", (strDir + ":" + strPath).c_str(), 1);

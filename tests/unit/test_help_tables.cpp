@@ -20,18 +20,23 @@ struct Table {
     size_t count;
 };
 
-#define T(tbl) Table{#tbl, tbl, std::size(tbl)}
+#define T(tbl)                                                                                     \
+    Table                                                                                          \
+    {                                                                                              \
+#tbl, tbl, std::size(tbl)                                                                  \
+    }
 const Table kTables[] = {
-    T(szEquHelpComm), T(szEquHelpFlash), T(szEquHelpIP), T(szEquHelpVersion),
-    T(szEquHelpTemperature), T(szEquHelpButton), T(szEquHelpNet), T(szEquHelpSubcard),
-    T(szEquHelpFan), T(szEquHelpPcie), T(szEquHelpDigital), T(szEquHelpBIOS), T(szEquHelpSoftware),
-    T(szEquHelpBoot), T(szEquHelpFirmware), T(szEquHelpRuntime), T(szEquHelpClear),
-    T(szEquHelpManuinfo), T(szEquHelpRam), T(szEquHelpAlarm), T(szEquHelpUsb), T(szEquHelpAudio),
-    T(szEquHelpEdid), T(szEquHelpBuzzer), T(szEquHelpInfrared), T(szEquHelpCpuInfo),
-    T(szEquHelpOptic), T(szEquHelpPower), T(szEquHelpOem), T(szEquHelpGps), T(szEquHelpLed),
-    T(szEquHelpRtc), T(szEquHelpHasa), T(szEquHelpSerial), T(szEquHelpWatchdog), T(szEquHelpChip),
-    T(szEquHelpVideo), T(szEquHelpSDI), T(szEquHelpMcu), T(szEquHelpHarddisk), T(szEquHelpEsata),
-    T(szEquHelpCpld), T(szEquHelpSsd), T(szEquHelpx4tox2),
+    T(szEquHelpComm),        T(szEquHelpFlash),    T(szEquHelpIP),       T(szEquHelpVersion),
+    T(szEquHelpTemperature), T(szEquHelpButton),   T(szEquHelpNet),      T(szEquHelpSubcard),
+    T(szEquHelpFan),         T(szEquHelpPcie),     T(szEquHelpDigital),  T(szEquHelpBIOS),
+    T(szEquHelpSoftware),    T(szEquHelpBoot),     T(szEquHelpFirmware), T(szEquHelpRuntime),
+    T(szEquHelpClear),       T(szEquHelpManuinfo), T(szEquHelpRam),      T(szEquHelpAlarm),
+    T(szEquHelpUsb),         T(szEquHelpAudio),    T(szEquHelpEdid),     T(szEquHelpBuzzer),
+    T(szEquHelpInfrared),    T(szEquHelpCpuInfo),  T(szEquHelpOptic),    T(szEquHelpPower),
+    T(szEquHelpOem),         T(szEquHelpGps),      T(szEquHelpLed),      T(szEquHelpRtc),
+    T(szEquHelpHasa),        T(szEquHelpSerial),   T(szEquHelpWatchdog), T(szEquHelpChip),
+    T(szEquHelpVideo),       T(szEquHelpSDI),      T(szEquHelpMcu),      T(szEquHelpHarddisk),
+    T(szEquHelpEsata),       T(szEquHelpCpld),     T(szEquHelpSsd),      T(szEquHelpx4tox2),
 };
 #undef T
 
@@ -108,7 +113,8 @@ TEST(HelpTables, KnownRowsKeptLetterForLetter)
     expectRow(szEquHelpComm[1], "display", "dispaly information", "相应信息显示");
     expectRow(szEquHelpComm[14], "slot", "slot : 0 ~ 2    /all ", "槽位号");
     expectRow(szEquHelpRtc[5], "time", "Time Formate: hh:mm:ss", "时间输入格式: hh:mm:ss");
-    expectRow(szEquHelpHarddisk[8], "harddisk presetn all test", "get harddisk present all", nullptr);
+    expectRow(szEquHelpHarddisk[8], "harddisk presetn all test", "get harddisk present all",
+              nullptr);
     expectRow(szEquHelpClear[2], "format ", "flash format test", nullptr);
 }
 
