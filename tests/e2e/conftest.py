@@ -1,14 +1,11 @@
-"""Fixtures shared by the e2e tests. The box driver lives with the launcher
-(sim/box/boardbox.py) because harness authors use it too.
+"""Fixtures shared by the e2e tests; the box driver is sim/box/boardbox.py.
 
-    box_factory(**options) -> Box, not started (state under tmp_path unless
-                              state= is given); every box is closed at the end
-    box                    -> Box running "cli -d", at its first prompt
-    board                  -> Box running "cli -d" on a fast board, in equipment mode
+    box_factory(**options) -> Box, not started; every box is closed at the end
+    box / board            -> "cli -d" in a box at its first prompt / on a fast
+                              board in equipment mode
     box_run(*argv, **opts) -> (exit status, output) of a program run in a box
-    spawn_cli(state, args, path_dir) -> Tool: cli on a bare pseudo-terminal
-                              with only the board's nodes emulated
-    run_cli(state, *args, path_dir)  -> CompletedProcess, stdin not a terminal
+    spawn_cli, run_cli     -> cli outside the box, on a pseudo-terminal / with
+                              stdin not a terminal, the board's nodes emulated
 
 Tests marked `needs_cli` are skipped while the tool is not built.
 """

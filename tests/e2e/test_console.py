@@ -69,15 +69,6 @@ def test_fatal_signal_restores_the_terminal(tool, sig):
     assert tool.signalstatus == sig
 
 
-def test_control_keys_are_not_signals(tool):
-    tool.expect_exact(b'<PLM7140>')
-    tool.send(b'\x03\x1a\x1c\x04')
-    with pytest.raises(pexpect.TIMEOUT):
-        tool.read_nonblocking(1, timeout=0.3)
-    tool.send(b'Q\r')
-    assert tool.finish() == 0
-
-
 def test_no_terminal_on_input(tmp_path, run_cli):
     run = run_cli(tmp_path, '-d')
     assert run.returncode == 1

@@ -99,8 +99,6 @@ TEST_F(CliEngine, MalformedRulesStop)
     int64_t lCount = 0;
     EXPECT_DEATH(CLI_CmdRuleCheck("$1  $2", alVec, &lCount),
                  assertion("CLI_CmdRuleCheck", "*pszCur == '$'"));
-    EXPECT_DEATH(CLI_CmdRuleCheck(" $1", alVec, &lCount),
-                 assertion("CLI_CmdRuleCheck", "*pszCur == '$'"));
     EXPECT_DEATH(CLI_CmdRuleCheck("$1,$2", alVec, &lCount),
                  assertion("CLI_CmdRuleCheck", "*pszCur == ' '"));
     EXPECT_DEATH(CLI_InstallCmd(m_pT, 3, "$1 $4", handlerA),
@@ -220,19 +218,6 @@ TEST_F(CliParams, ReadingPastTheRecordStops)
 }
 
 // ---- string functions ----
-
-TEST(CliStrings, DigitStrings)
-{
-    for (const char *pcYes : {"", "-", "-12", "007", "0"}) {
-        EXPECT_EQ(1, CLI_IsdigitString(pcYes)) << pcYes;
-    }
-    for (const char *pcNo : {"1a", "--1", "+1", " 1", "1-"}) {
-        EXPECT_EQ(0, CLI_IsdigitString(pcNo)) << pcNo;
-    }
-    EXPECT_EQ(1, CLI_IsOnlydigitString(""));
-    EXPECT_EQ(1, CLI_IsOnlydigitString("0123"));
-    EXPECT_EQ(0, CLI_IsOnlydigitString("-1"));
-}
 
 TEST(CliStrings, Conversions)
 {
