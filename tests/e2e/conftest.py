@@ -1,18 +1,24 @@
-"""Fixtures for the tests that run on the board in a box (see boardbox.py).
+"""Fixtures shared by the e2e tests; the box driver is sim/box/boardbox.py.
 
-    box_factory(**options) -> Box, not started (state under tmp_path unless
-                              state= is given); every box is closed at the end
-    box                    -> Box running "cli -d", at its first prompt
+    box_factory(**options) -> Box, not started; every box is closed at the end
+    box / board            -> "cli -d" in a box at its first prompt / on a fast
+                              board in equipment mode
     box_run(*argv, **opts) -> (exit status, output) of a program run in a box
+    spawn_cli, run_cli     -> cli outside the box, on a pseudo-terminal / with
+                              stdin not a terminal, the board's nodes emulated
 
 Tests marked `needs_cli` are skipped while the tool is not built.
 """
+import os
+import signal
+import subprocess
 import sys
 from pathlib import Path
 
+import pexpect
 import pytest
 
-sys.path.insert(0, str(Path(__file__).parent))
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / 'sim' / 'box'))
 
 from boardbox import Box, build_dir, tool_built  # noqa: E402
 
@@ -52,9 +58,77 @@ def box(box_factory):
 
 
 @pytest.fixture
+def board(box_factory):
+    # Fast time keeps the LED cycle and the watchdog's wait short.
+    box = box_factory(fast=True).start()
+    box.enter_equipment()
+    return box
+
+
+@pytest.fixture
 def box_run(box_factory):
     def run(*argv, **options):
         board = box_factory(run=list(argv), **options).start()
         status = board.wait(options.get('timeout'))
         return status, board.child.before
+    return run
+
+
+# ---- the tool outside the box: for what the box's launcher would hide
+# (the terminal's modes, signals, a killall stand-in first on PATH) ----
+
+def cli_env(state, path_dir=None):
+    # Without the preload the printk level would be the host's.
+    assert (build_dir() / 'sim' / 'libboardsim.so').is_file()
+    env = dict(os.environ, BOARDSIM_STATE=str(state),
+               LD_PRELOAD=str(build_dir() / 'sim' / 'libboardsim.so'),
+               ASAN_OPTIONS='verify_asan_link_order=0:detect_leaks=1')
+    if path_dir:
+        env['PATH'] = f'{path_dir}:{env["PATH"]}'
+    return env
+
+
+class Tool(pexpect.spawn):
+    def finish(self):
+        """Waits for the end; the exit status."""
+        self.expect(pexpect.EOF, timeout=10)
+        self.close()
+        return self.exitstatus
+
+    def quit(self):
+        self.expect_exact(b'<PLM7140>')
+        self.send(b'q\r')
+        return self.finish()
+
+
+def no_host_kills(args, path_dir):
+    # Outside the box the kill list would reach the host's processes: it may
+    # only run with a killall stand-in first on PATH.
+    assert path_dir or any(a.startswith('-') and ('d' in a or 'h' in a) for a in args)
+
+
+@pytest.fixture
+def spawn_cli():
+    tools = []
+
+    def spawn(state, args=('-d',), path_dir=None):
+        no_host_kills(args, path_dir)
+        tools.append(Tool(str(build_dir() / 'cli'), list(args),
+                          env=cli_env(state, path_dir), timeout=20))
+        return tools[-1]
+
+    yield spawn
+    for tool in tools:
+        if tool.isalive():
+            tool.kill(signal.SIGKILL)
+        tool.close(force=True)
+
+
+@pytest.fixture
+def run_cli():
+    def run(state, *args, path_dir=None):
+        no_host_kills(args, path_dir)
+        with open(os.devnull, 'rb') as devnull:
+            return subprocess.run([str(build_dir() / 'cli'), *args], stdin=devnull,
+                                  capture_output=True, env=cli_env(state, path_dir), timeout=20)
     return run

@@ -6,15 +6,10 @@ the banner, and the shutdown order ending in "sync".
 The kill list is watched through a killall placed first on PATH that only
 writes to the journal, so that these runs cannot reach a host process.
 """
-import os
-import subprocess
 import time
 from pathlib import Path
 
-import pexpect
 import pytest
-
-from test_console import build_dir, finish, spawn_cli, tool_env
 
 USAGE = (b'\r\nEQU_Usage: cli [options]'
          b'\r\n        -d   do not kill user tasks'
@@ -24,13 +19,6 @@ USAGE = (b'\r\nEQU_Usage: cli [options]'
 BANNER = b'\r\n**********************\r\nEQUIPMENT_TEST_OK\r\n**********************'
 SERVICES = ['appwatch', 'panelagent', 'dbserver', 'mainsvc', 'websvc', 'mediasvc',
             'hwmanager']
-
-
-def run_cli(state, *args, path_dir=None):
-    """A run that must end before reading the console (stdin is not a terminal)."""
-    with open(os.devnull, 'rb') as devnull:
-        return subprocess.run([str(build_dir() / 'cli'), *args], stdin=devnull,
-                              capture_output=True, env=tool_env(state, path_dir), timeout=20)
 
 
 def journal(state):
@@ -49,10 +37,10 @@ def printk(state):
     return path.read_text() if path.exists() else None
 
 
-def fail(state, target, content=''):
+def fail(state, target):
     path = Path(state) / 'fail' / target
     path.parent.mkdir(parents=True, exist_ok=True)
-    path.write_text(content)
+    path.write_text('')
 
 
 @pytest.fixture
@@ -68,16 +56,10 @@ def fakes(tmp_path):
     return bindir
 
 
-def quit_tool(child):
-    child.expect_exact(b'<PLM7140>')
-    child.send(b'q\r')
-    return finish(child)
-
-
 # ---- options ----
 
 @pytest.mark.parametrize('args', [['-h'], ['-x'], ['-d', '-h', '-p'], ['-dp', '-y']])
-def test_usage_ends_before_anything_is_done(tmp_path, fakes, args):
+def test_usage_ends_before_anything_is_done(tmp_path, fakes, run_cli, args):
     run = run_cli(tmp_path, *args, path_dir=fakes)
     assert run.returncode == 255
     assert run.stdout == USAGE
@@ -88,21 +70,16 @@ def test_usage_ends_before_anything_is_done(tmp_path, fakes, args):
     assert printk(tmp_path) is None
 
 
-def test_printk_level_and_no_kills_with_d(tmp_path, fakes):
-    for args, level in ((['-d'], '0\n'), (['-d', '-p'], '7\n'), (['-pd'], '7\n')):
-        state = tmp_path / level.strip() / str(len(args))
-        child = spawn_cli(state, args, path_dir=fakes)
-        assert quit_tool(child) == 0
-        assert printk(state) == level
-        assert not any('killall' in line for line in journal(state))
+@pytest.mark.parametrize('args, level', [(['-d'], '0\n'), (['-d', '-p'], '7\n'),
+                                         (['-pd'], '7\n')])
+def test_printk_level_and_no_kills_with_d(tmp_path, fakes, spawn_cli, args, level):
+    assert spawn_cli(tmp_path, args, path_dir=fakes).quit() == 0
+    assert printk(tmp_path) == level
+    assert not any('killall' in line for line in journal(tmp_path))
 
 
-# ---- the kill list ----
-
-def test_kill_list_twice_with_a_pause_before_the_driver(tmp_path, fakes):
-    child = pexpect.spawn(str(build_dir() / 'cli'), [], env=tool_env(tmp_path, fakes),
-                          timeout=20)
-    assert quit_tool(child) == 0
+def test_kill_list_twice_with_a_pause_before_the_driver(tmp_path, fakes, spawn_cli):
+    assert spawn_cli(tmp_path, [], path_dir=fakes).quit() == 0
     lines = journal(tmp_path)
     kills = [line.split() for line in lines if line.startswith('fake killall')]
     assert [k[2:4] for k in kills] == [['-9', s] for s in SERVICES] * 2
@@ -122,7 +99,7 @@ def test_kill_list_twice_with_a_pause_before_the_driver(tmp_path, fakes):
     ('ioctl./dev/hal_rmc.0x40113', b'\r\nFailed to set rmc to equtest mode',
      'close /dev/hal_rmc'),
 ])
-def test_failed_step_exits_255_without_cleanup(tmp_path, target, output, last):
+def test_failed_step_exits_255_without_cleanup(tmp_path, run_cli, target, output, last):
     fail(tmp_path, target)
     run = run_cli(tmp_path, '-d')
     assert run.returncode == 255
@@ -134,49 +111,43 @@ def test_failed_step_exits_255_without_cleanup(tmp_path, target, output, last):
     assert 'drv DRV_DeInit' not in steps
 
 
-def test_start_up_order_and_shutdown_order(tmp_path, fakes):
+# An unknown board and a failed GPS rate are only reported: the order of the
+# steps and of the shutdown stays.
+@pytest.mark.parametrize('unknown, output', [(False, BANNER), (True, (
+    b'\r\nnot find board 0x12345678\r\nSetup gps port rate 9600 failed' + BANNER))])
+def test_start_up_order_and_shutdown_order(tmp_path, fakes, spawn_cli, unknown, output):
+    if unknown:
+        (tmp_path / 'board_id').write_text('0x12345678\n')
+        fail(tmp_path, 'DRV_GPS_SetBaudRate')
     child = spawn_cli(tmp_path, path_dir=fakes)
     child.expect_exact(b'<PLM7140>')
-    assert child.before.replace(b'\r\r\n', b'\r\n') == BANNER + b'\r\n'
+    assert child.before.replace(b'\r\r\n', b'\r\n') == output + b'\r\n'
     assert names(journal(tmp_path)) == [
         'open /proc/sys/kernel/printk', 'close /proc/sys/kernel/printk',
         'drv DRV_Init', 'drv DRV_SysCtl 0x1400',
         'open /dev/hal_rmc', 'ioctl /dev/hal_rmc 0x40113', 'close /dev/hal_rmc',
         'drv DRV_GPS_SetBaudRate']
     child.send(b'q\r')
-    assert finish(child) == 0
+    assert child.finish() == 0
     lines = journal(tmp_path)
-    tail = names(lines)[-5:]
-    assert tail == ['drv DRV_DeInit', 'open /dev/hal_rmc', 'ioctl /dev/hal_rmc 0x40113',
-                    'close /dev/hal_rmc', 'fake sync']
-    assert 'mode=1' in [line for line in lines if '0x40113' in line][0]
-    assert 'mode=0' in [line for line in lines if '0x40113' in line][-1]
+    assert names(lines)[-5:] == ['drv DRV_DeInit', 'open /dev/hal_rmc',
+                                 'ioctl /dev/hal_rmc 0x40113', 'close /dev/hal_rmc', 'fake sync']
+    rmc = [line for line in lines if '0x40113' in line]
+    assert 'mode=1' in rmc[0] and 'mode=0' in rmc[-1]
 
 
-def test_unknown_board_and_gps_rate_failure_are_only_reported(tmp_path):
-    (tmp_path / 'board_id').write_text('0x12345678\n')
-    fail(tmp_path, 'DRV_GPS_SetBaudRate')
-    child = spawn_cli(tmp_path)
-    child.expect_exact(b'<PLM7140>')
-    assert child.before.replace(b'\r\r\n', b'\r\n') == (
-        b'\r\nnot find board 0x12345678\r\nSetup gps port rate 9600 failed' + BANNER + b'\r\n')
-    child.send(b'q\r')
-    assert finish(child) == 0
-    assert 'drv DRV_DeInit' in names(journal(tmp_path))
+def cpu_ticks(pid):
+    with open(f'/proc/{pid}/stat') as stat:
+        return sum(int(f) for f in stat.read().rsplit(')', 1)[1].split()[11:13])
 
 
-# ---- figures ----
-
-def test_banner_soon_and_idle_prompt_costs_no_cpu(tmp_path):
+def test_banner_soon_and_idle_prompt_costs_no_cpu(tmp_path, spawn_cli):
     start = time.monotonic()
     child = spawn_cli(tmp_path)
     child.expect_exact(b'<PLM7140>')
     assert time.monotonic() - start < 2.0
-    with open(f'/proc/{child.pid}/stat') as stat:
-        before = sum(int(f) for f in stat.read().rsplit(')', 1)[1].split()[11:13])
+    before = cpu_ticks(child.pid)
     time.sleep(2)
-    with open(f'/proc/{child.pid}/stat') as stat:
-        after = sum(int(f) for f in stat.read().rsplit(')', 1)[1].split()[11:13])
-    assert after - before <= 2   # clock ticks (1/100 s) over two seconds
+    assert cpu_ticks(child.pid) - before <= 2   # clock ticks (1/100 s) over two seconds
     child.send(b'q\r')
-    assert finish(child) == 0
+    assert child.finish() == 0
