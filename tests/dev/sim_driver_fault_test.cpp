@@ -65,6 +65,7 @@ TEST_F(BoardTest, PortModeLayoutsTimeZoneAlarmsAndPower)
 
     uint8_t in[8] = {1, 0, 0, 0, 9};
     put("alarm/in.1", "closed\n");
+    put("alarm/out.0", "off\n");
     ASSERT_EQ(DRV_PerpCtl(DRV_PERP_ALARM_IN, in), 0);
     EXPECT_EQ(in[4], 1);
     in[0] = 2;
