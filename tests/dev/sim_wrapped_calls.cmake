@@ -1,8 +1,6 @@
-# Fails when code of the simulator calls a function its preload wraps: that
-# would re-enter the wrappers and journal the simulator's own file work. Its
-# code goes through raw system calls (sys::) or the real pointers (real().).
-# The wrapped names are read from the wrappers themselves.
-#   cmake -DSIM=<repo>/sim -P sim_wrapped_calls.cmake
+# Fails when the simulator calls a function its preload wraps (names read from
+# the wrappers): that would re-enter the wrappers and journal its own file
+# work. It must use raw system calls (sys::) or the real pointers (real().).
 file(STRINGS ${SIM}/preload/interpose.cpp exports REGEX "^BSIM_EXPORT ")
 set(names "")
 foreach(line IN LISTS exports)
