@@ -23,31 +23,17 @@ struct Rule {
 Rule parse_rule(const std::string &text)
 {
     Rule r;
-    size_t pos = 0;
-    while (pos < text.size()) {
-        size_t b = text.find_first_not_of(" \t\r\n", pos);
-        if (b == std::string::npos)
-            break;
-        size_t e = text.find_first_of(" \t\r\n", b);
-        std::string word = text.substr(b, e == std::string::npos ? std::string::npos : e - b);
-        pos = (e == std::string::npos) ? text.size() : e;
-        size_t eq = word.find('=');
-        if (eq == std::string::npos)
-            continue;
-        std::string key = word.substr(0, eq), val = word.substr(eq + 1);
-        int64_t n = 0;
-        if (key == "errno") {
-            int v = errno_value(val);
-            r.err = v ? v : EIO;
-        } else if (parse_num(val, n)) {
-            if (key == "ret")
-                r.ret = static_cast<long>(n);
-            else if (key == "skip")
-                r.skip = n;
-            else if (key == "times")
-                r.times = n;
-        }
+    int64_t n = 0;
+    if (auto v = key_value(text, "errno")) {
+        int e = errno_value(*v);
+        r.err = e ? e : EIO;
     }
+    if (auto v = key_value(text, "ret"); v && parse_num(*v, n))
+        r.ret = static_cast<long>(n);
+    if (auto v = key_value(text, "skip"); v && parse_num(*v, n))
+        r.skip = n;
+    if (auto v = key_value(text, "times"); v && parse_num(*v, n))
+        r.times = n;
     return r;
 }
 

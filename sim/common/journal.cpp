@@ -144,14 +144,18 @@ int errno_value(const std::string &name)
 
 bool debug_enabled()
 {
-    const char *d = std::getenv("BOARDSIM_DEBUG");
-    return d && std::strcmp(d, "1") == 0;
+    static const bool on = [] {
+        const char *d = std::getenv("BOARDSIM_DEBUG");
+        return d && std::strcmp(d, "1") == 0;
+    }();
+    return on;
 }
 
-void debug(const std::string &msg)
+void debug_line(const std::string &msg)
 {
-    if (debug_enabled())
-        append_line("debug.log", "[" + std::to_string(sys::pid()) + "] " + msg);
+    int saved = errno;
+    append_line("debug.log", "[" + std::to_string(sys::pid()) + "] " + msg);
+    errno = saved;
 }
 
 }  // namespace bsim

@@ -30,8 +30,18 @@ std::string errno_name(int err);
 // errno value for a name or number; 0 if unknown.
 int errno_value(const std::string &name);
 
+// BOARDSIM_DEBUG=1, read once per process.
 bool debug_enabled();
-// Appends a line to the debug log when BOARDSIM_DEBUG=1.
-void debug(const std::string &msg);
+// Appends a line to the debug log; errno is left as it was.
+void debug_line(const std::string &msg);
+
+// Debug output that costs one test of a cached flag when off: the message
+// is built by make() only when it will be written.
+template <class Make>
+void debug(Make &&make)
+{
+    if (debug_enabled())
+        debug_line(make());
+}
 
 }  // namespace bsim

@@ -78,6 +78,53 @@ bool write_all(int fd, const std::string &data)
     return true;
 }
 
+bool write_file(const std::string &path, const std::string &content)
+{
+    if (!make_parents(path))
+        return false;
+    std::string tmp = path + ".tmp" + std::to_string(sys::tid());
+    int fd = sys::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (fd < 0)
+        return false;
+    bool ok = write_all(fd, content);
+    sys::close(fd);
+    if (!ok || sys::rename(tmp.c_str(), path.c_str()) != 0) {
+        int saved = errno;
+        sys::unlink(tmp.c_str());
+        errno = saved;
+        return false;
+    }
+    return true;
+}
+
+bool on_disk(const std::string &rel, struct stat &st)
+{
+    std::string path = state_path(rel);
+    return !path.empty() && sys::stat(path.c_str(), &st) == 0;
+}
+
+bool top_on_disk(const std::string &rel)
+{
+    struct stat st {};
+    size_t slash = rel.find('/');
+    return slash != std::string::npos && on_disk(rel.substr(0, slash), st);
+}
+
+// A top-level directory comes into being with its defaults, so that writing
+// one file into it does not remove the others from the board.
+void seed_top(const std::string &rel)
+{
+    size_t slash = rel.find('/');
+    if (slash == std::string::npos || top_on_disk(rel))
+        return;
+    std::string prefix = rel.substr(0, slash + 1);
+    for (size_t i = 0; i < kDefaultFileCount; ++i) {
+        const DefaultFile &d = kDefaultFiles[i];
+        if (std::string_view(d.path).starts_with(prefix))
+            write_file(state_path(d.path), std::string(d.data, d.len));
+    }
+}
+
 std::string trim(const std::string &s)
 {
     size_t b = s.find_first_not_of(" \t\r\n");
@@ -118,18 +165,6 @@ std::optional<std::string> state_read(const std::string &rel)
     return std::nullopt;
 }
 
-std::optional<std::string> state_read_own(const std::string &rel)
-{
-    std::string path = state_path(rel);
-    if (!path.empty())
-        return read_file(path);
-    std::lock_guard<std::mutex> hold(g_overlayLock);
-    auto it = g_overlay.find(rel);
-    if (it != g_overlay.end())
-        return it->second;
-    return std::nullopt;
-}
-
 bool make_parents(const std::string &path)
 {
     struct stat st {};
@@ -152,35 +187,31 @@ bool state_write(const std::string &rel, const std::string &content)
         g_overlay[rel] = content;
         return true;
     }
-    if (!make_parents(path))
-        return false;
-    std::string tmp = path + ".tmp" + std::to_string(sys::tid());
-    int fd = sys::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (fd < 0)
-        return false;
-    bool ok = write_all(fd, content);
-    sys::close(fd);
-    if (!ok || sys::rename(tmp.c_str(), path.c_str()) != 0) {
-        int saved = errno;
-        sys::unlink(tmp.c_str());
-        errno = saved;
-        return false;
-    }
-    return true;
+    seed_top(rel);
+    return write_file(path, content);
 }
 
 bool state_exists(const std::string &rel)
 {
-    std::string path = state_path(rel);
     struct stat st {};
-    if (!path.empty() && sys::stat(path.c_str(), &st) == 0)
+    if (on_disk(rel, st))
         return true;
-    if (path.empty()) {
+    if (state_dir().empty()) {
         std::lock_guard<std::mutex> hold(g_overlayLock);
         if (g_overlay.count(rel))
             return true;
+    } else if (top_on_disk(rel)) {
+        return false;
     }
     return find_default(rel) != nullptr || has_default_under(rel);
+}
+
+bool state_has_file(const std::string &rel)
+{
+    struct stat st {};
+    if (on_disk(rel, st))
+        return S_ISREG(st.st_mode);
+    return state_exists(rel) && !has_default_under(rel);
 }
 
 std::string state_materialize(const std::string &rel)
@@ -198,15 +229,40 @@ std::string state_materialize(const std::string &rel)
     return path;
 }
 
+std::vector<std::string> split_words(const std::string &text)
+{
+    std::vector<std::string> words;
+    size_t pos = 0;
+    for (;;) {
+        size_t b = text.find_first_not_of(" \t\r\n", pos);
+        if (b == std::string::npos)
+            return words;
+        pos = text.find_first_of(" \t\r\n", b);
+        words.push_back(text.substr(b, pos == std::string::npos ? std::string::npos : pos - b));
+    }
+}
+
+std::optional<std::string> key_value(const std::string &text, const std::string &key)
+{
+    std::string want = key + "=";
+    for (const std::string &w : split_words(text)) {
+        if (w.starts_with(want))
+            return w.substr(want.size());
+    }
+    return std::nullopt;
+}
+
 std::string state_word(const std::string &rel, const std::string &def)
 {
-    auto raw = state_read(rel);
-    if (!raw)
-        return def;
-    std::string t = trim(*raw);
-    size_t end = t.find_first_of(" \t\r\n");
-    t = t.substr(0, end);
-    return t.empty() ? def : t;
+    auto words = split_words(state_read(rel).value_or(""));
+    return words.empty() ? def : words[0];
+}
+
+int64_t state_slot(const std::string &rel, size_t i)
+{
+    auto words = split_words(state_read(rel).value_or(""));
+    int64_t v = 0;
+    return i < words.size() && parse_num(words[i], v) ? v : 0;
 }
 
 bool parse_num(const std::string &text, int64_t &out)
@@ -232,22 +288,7 @@ int64_t state_num(const std::string &rel, int64_t def)
 
 std::string state_key(const std::string &rel, const std::string &key, const std::string &def)
 {
-    auto raw = state_read(rel);
-    if (!raw)
-        return def;
-    std::string want = key + "=";
-    size_t pos = 0;
-    while (pos < raw->size()) {
-        size_t b = raw->find_first_not_of(" \t\r\n", pos);
-        if (b == std::string::npos)
-            break;
-        size_t e = raw->find_first_of(" \t\r\n", b);
-        std::string word = raw->substr(b, e == std::string::npos ? std::string::npos : e - b);
-        if (word.starts_with(want))
-            return word.substr(want.size());
-        pos = (e == std::string::npos) ? raw->size() : e;
-    }
-    return def;
+    return key_value(state_read(rel).value_or(""), key).value_or(def);
 }
 
 int64_t state_keynum(const std::string &rel, const std::string &key, int64_t def)

@@ -5,12 +5,12 @@
 // State files used: board_id, link/<port>, portmode/<group>,
 // portmode/loop.<port>, temperature/{mainboard,netboard}, timezone,
 // alarm/in.<n>, alarm/out.<n>, watchdog/indication, power/<index>,
-// disk/{slots,local_slots,support_hdpart}, gps/baud.
-#include "drv_api.h"
-
+// disk/{slots,local_slots,support_hdpart}, gps/baud. A state file that is
+// missing and has no default reads as 0 (or empty).
 #include "fault.h"
 #include "journal.h"
 #include "records.h"
+#include "requests.h"
 #include "state.h"
 
 #include <atomic>
@@ -89,12 +89,12 @@ int unknown_request(const char *fn, uint32_t req, void *arg)
 
 int board_id(Call &c)
 {
-    put_u32(c.rec, 0, static_cast<uint32_t>(state_num("board_id", 0x44130109)));
+    put_u32(c.rec, 0, static_cast<uint32_t>(state_num("board_id", 0)));
     return 0;
 }
 
 constexpr Field kBoardId[] = {{"board_id", 0, 4, Kind::Hex32, kOut}};
-constexpr Request kSysRequests[] = {make_request(DRV_SYS_GET_BOARD_ID, kBoardId, board_id)};
+constexpr Request kSysRequests[] = {make_request(req::kBoardId, kBoardId, board_id)};
 
 // ---- DRV_PerpCtl ----
 
@@ -130,13 +130,13 @@ int get_mode(Call &c)
 
 int temp_main(Call &c)
 {
-    put_u64(c.rec, 0, static_cast<uint64_t>(state_num("temperature/mainboard", 35)));
+    put_u64(c.rec, 0, static_cast<uint64_t>(state_num("temperature/mainboard", 0)));
     return 0;
 }
 
 int temp_net(Call &c)
 {
-    put_u64(c.rec, 0, static_cast<uint64_t>(state_num("temperature/netboard", 40)));
+    put_u64(c.rec, 0, static_cast<uint64_t>(state_num("temperature/netboard", 0)));
     return 0;
 }
 
@@ -150,7 +150,7 @@ int set_zone(Call &c)
 
 int get_zone(Call &c)
 {
-    put_text(c.rec, 8, 32, state_word("timezone", "GMT-8"));
+    put_text(c.rec, 8, 32, state_word("timezone", ""));
     return 0;
 }
 
@@ -159,7 +159,7 @@ int alarm_in(Call &c)
     std::string rel = "alarm/in." + std::to_string(get_u32(c.rec, 0));
     if (!state_exists(rel))
         return fail(c, ENODEV);
-    put_u8(c.rec, 4, is_on(state_word(rel, "open")) ? 1 : 0);
+    put_u8(c.rec, 4, is_on(state_word(rel, "")) ? 1 : 0);
     return 0;
 }
 
@@ -217,28 +217,28 @@ constexpr Field kPower[] = {{"index", 0, 1, Kind::U8, kIn},
                             {"fan", 3, 1, Kind::U8, kOut}};
 
 constexpr Request kPerpRequests[] = {
-    make_request(DRV_PERP_GET_LINK, kLink, link_state),
-    make_request(DRV_PERP_GET_PORT_MODE, kModeGet, get_mode),
-    make_request(DRV_PERP_MAIN_TEMP, kTemp, temp_main),
-    make_request(DRV_PERP_NET_TEMP, kTemp, temp_net),
-    make_request(DRV_PERP_SET_TIMEZONE, kZoneSet, set_zone),
-    make_request(DRV_PERP_GET_TIMEZONE, kZoneGet, get_zone),
-    make_request(DRV_PERP_ALARM_IN, kAlarmIn, alarm_in),
-    make_request(DRV_PERP_ALARM_OUT, kAlarmOut, alarm_out),
-    make_request(DRV_PERP_WDT_INDICATE, kWdt, wdt_indicate),
-    make_request(DRV_PERP_POWER_STATUS, kPower, power),
+    make_request(req::kLinkState, kLink, link_state),
+    make_request(req::kGetPortMode, kModeGet, get_mode),
+    make_request(req::kMainTemp, kTemp, temp_main),
+    make_request(req::kNetTemp, kTemp, temp_net),
+    make_request(req::kSetTimezone, kZoneSet, set_zone),
+    make_request(req::kGetTimezone, kZoneGet, get_zone),
+    make_request(req::kAlarmIn, kAlarmIn, alarm_in),
+    make_request(req::kAlarmOut, kAlarmOut, alarm_out),
+    make_request(req::kWatchdogIndicate, kWdt, wdt_indicate),
+    make_request(req::kPowerStatus, kPower, power),
 };
-constexpr Request kModeNetRequest = make_request(DRV_PERP_SET_PORT_MODE, kModeNet, set_mode_net);
-constexpr Request kModeLoopRequest = make_request(DRV_PERP_SET_PORT_MODE, kModeLoop, set_mode_loop);
+constexpr Request kModeNetRequest = make_request(req::kSetPortMode, kModeNet, set_mode_net);
+constexpr Request kModeLoopRequest = make_request(req::kSetPortMode, kModeLoop, set_mode_loop);
 
 // Request 0x1600 comes in two layouts: byte 0 is 1 in the 4-byte net-mode
 // record and 0 in the 3-byte loopback record. Only byte 0 is looked at before
 // choosing, so the shorter record is never read past its end.
 const Request *find_perp(uint32_t req, const void *arg)
 {
-    if (req == DRV_PERP_SET_PORT_MODE && arg)
+    if (req == req::kSetPortMode && arg)
         return get_u8(arg, 0) == 1 ? &kModeNetRequest : &kModeLoopRequest;
-    if (req == DRV_PERP_SET_PORT_MODE)
+    if (req == req::kSetPortMode)
         return &kModeNetRequest;
     for (const Request &r : kPerpRequests) {
         if (r.req == req)
@@ -255,7 +255,7 @@ int disk_prepare(Call &)
 }
 
 constexpr Field kDiskPrep[] = {{"slot", 0, 4, Kind::U32, kIn}, {"arg", 4, 4, Kind::U32, kIn}};
-constexpr Request kDiskPrepRequest = make_request(DRV_DISK_FORMAT_PREP, kDiskPrep, disk_prepare);
+constexpr Request kDiskPrepRequest = make_request(req::kDiskFormatPrep, kDiskPrep, disk_prepare);
 
 // Serial rates a UART can run at; anything else is refused as a real
 // port driver would.
@@ -311,7 +311,7 @@ __attribute__((visibility("default"))) int DRV_PerpCtl(uint32_t u32Req, void *pA
 
 __attribute__((visibility("default"))) int DRV_DiskCtl(uint32_t u32Req, void *pArg)
 {
-    if (u32Req == DRV_DISK_FORMAT_PREP)
+    if (u32Req == req::kDiskFormatPrep)
         return run_request("DRV_DiskCtl", kDiskPrepRequest, u32Req, pArg);
     return unknown_request("DRV_DiskCtl", u32Req, pArg);
 }
@@ -320,14 +320,14 @@ __attribute__((visibility("default"))) int DRV_BOARD_GetHdiskSlotNum(void)
 {
     JournalLine line = drv_line("DRV_BOARD_GetHdiskSlotNum");
     return plain_call(line, "DRV_BOARD_GetHdiskSlotNum",
-                      [](int &) { return static_cast<int>(state_num("disk/slots", 4)); });
+                      [](int &) { return static_cast<int>(state_num("disk/slots", 0)); });
 }
 
 __attribute__((visibility("default"))) int DRV_BOARD_GetHdiskLocalSlotNum(void)
 {
     JournalLine line = drv_line("DRV_BOARD_GetHdiskLocalSlotNum");
     return plain_call(line, "DRV_BOARD_GetHdiskLocalSlotNum",
-                      [](int &) { return static_cast<int>(state_num("disk/local_slots", 4)); });
+                      [](int &) { return static_cast<int>(state_num("disk/local_slots", 0)); });
 }
 
 __attribute__((visibility("default"))) int DRV_DevSupportHdPart(int iSizeGb)
@@ -335,7 +335,7 @@ __attribute__((visibility("default"))) int DRV_DevSupportHdPart(int iSizeGb)
     JournalLine line = drv_line("DRV_DevSupportHdPart");
     line.num("arg", iSizeGb);
     return plain_call(line, "DRV_DevSupportHdPart",
-                      [](int &) { return static_cast<int>(state_num("disk/support_hdpart", 1)); });
+                      [](int &) { return static_cast<int>(state_num("disk/support_hdpart", 0)); });
 }
 
 __attribute__((visibility("default"))) int DRV_GPS_SetBaudRate(uint32_t u32Baud)

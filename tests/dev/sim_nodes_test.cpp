@@ -1,7 +1,7 @@
 // The device-node emulation (libboardsim.so, preloaded by ctest) where the
 // device-layer and end-to-end tests do not reach it: nvram kept per state
-// directory and its defaults, the redirected proc files, and that everything
-// else passes through untouched.
+// directory, the board's proc and sys files, what the descriptor table must
+// not get wrong, and that everything not the board's passes through.
 #include "equ_common.h"
 #include "sim_helpers.h"
 
@@ -48,11 +48,6 @@ TEST_F(BoardTest, NvramPersistsAcrossRunsOfTheSameDirectory)
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_EQ(status, 0);
 
-    std::string first = dir_;
-    use(first + "-other");
-    std::filesystem::remove_all(first + "-other");
-    EXPECT_EQ(getenv_flash("rtcdate"), "<fail>");
-    use(first);
     EXPECT_EQ(getenv_flash("rtcdate"), "2031-07-04");
 
     // Defaults answer until a variable is removed from the directory.
@@ -63,7 +58,7 @@ TEST_F(BoardTest, NvramPersistsAcrossRunsOfTheSameDirectory)
         logged("ioctl /dev/hal_nvram 0x40614 name=\"factory_timezone\" -> -1 errno=ENOENT"));
 }
 
-TEST_F(BoardTest, ProcFilesLandInTheStateDirectoryEvenFromTheShell)
+TEST_F(BoardTest, ProcAndSysFilesLandInTheStateDirectoryEvenFromTheShell)
 {
     ASSERT_EQ(std::system("echo 0 > /proc/sys/kernel/printk"), 0);
     EXPECT_EQ(read("proc/sys/kernel/printk"), "0\n");
@@ -77,18 +72,21 @@ TEST_F(BoardTest, ProcFilesLandInTheStateDirectoryEvenFromTheShell)
     fclose(fp);
     EXPECT_EQ(count("open /proc/disk/disk_name "), 1);
     EXPECT_EQ(count("close /proc/disk/disk_name "), 1);
+
+    // A sys file is the board's when the state puts it there.
+    const char *status = "/sys/class/drm/card9-SIM-1/status";
+    EXPECT_EQ(access(status, R_OK), -1);
+    put(status + 1, "connected\n");
+    int fd = open(status, O_RDONLY);
+    ASSERT_GE(fd, 0);
+    char text[16] = {};
+    EXPECT_EQ(::read(fd, text, sizeof text - 1), 10);
+    EXPECT_STREQ(text, "connected\n");
+    close(fd);
 }
 
 TEST_F(BoardTest, OtherPathsAndDescriptorsPassThrough)
 {
-    int pipefd[2];
-    ASSERT_EQ(pipe(pipefd), 0);
-    ASSERT_EQ(write(pipefd[1], "abc", 3), 3);
-    int queued = 0;
-    EXPECT_EQ(ioctl(pipefd[0], FIONREAD, &queued), 0);
-    EXPECT_EQ(queued, 3);
-    close(pipefd[0]);
-    close(pipefd[1]);
     int fd = open("/dev/null", O_RDONLY);
     EXPECT_GE(fd, 0);
     close(fd);
@@ -100,10 +98,52 @@ TEST_F(BoardTest, OtherPathsAndDescriptorsPassThrough)
     EXPECT_EQ(errno, EDOM);
     close(fd);
 
-    // Without a state directory nothing is the board's.
+    // Once the state has dev/, it lists the nodes; without a state, none.
+    ASSERT_EQ(EQU_SetRmcTestMode(1), EQU_OK);
+    put("dev/hal_gpio", "");
+    EXPECT_EQ(EQU_SetRmcTestMode(1), EQU_FAIL);
     unsetenv("BOARDSIM_STATE");
     errno = 0;
     EXPECT_EQ(open("/dev/hal_gpio", O_RDWR), -1);
     EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(EQU_SetRmcTestMode(1), EQU_FAIL);
+}
+
+TEST_F(BoardTest, UnknownRequestsAndReusedDescriptorNumbers)
+{
+    int fd = open("/dev/hal_gpio", O_RDWR);
+    ASSERT_GE(fd, 0);
+    errno = 0;
+    EXPECT_EQ(ioctl(fd, 0x12345, nullptr), -1);
+    EXPECT_EQ(errno, ENOTTY);
+    EXPECT_TRUE(logged("ioctl /dev/hal_gpio 0x12345 arg=0x0 -> -1 errno=ENOTTY"));
+    uint32_t rec[3] = {3, 22, 1};
+    EXPECT_EQ(ioctl(fd, 0x40610, nullptr), -1);  // a record request without its record
+    EXPECT_EQ(errno, EFAULT);
+
+    // Once the number names a pipe, the board no longer answers on it.
+    int pipefd[2];
+    ASSERT_EQ(pipe(pipefd), 0);
+    ASSERT_EQ(dup2(pipefd[0], fd), fd);
+    ASSERT_EQ(write(pipefd[1], "xy", 2), 2);
+    int queued = 0;
+    EXPECT_EQ(ioctl(fd, FIONREAD, &queued), 0);
+    EXPECT_EQ(queued, 2);
+    EXPECT_EQ(ioctl(fd, 0x40610, rec), -1);
+    EXPECT_EQ(count("ioctl /dev/hal_gpio 0x40610"), 1);
+    close(fd);
+    close(pipefd[0]);
+    close(pipefd[1]);
+    EXPECT_EQ(count("close /dev/hal_gpio"), 0);
+}
+
+TEST_F(BoardTest, StateDirectoryMadeOnFirstUseLosesNoLine)
+{
+    use(dir_ + "/not/yet/there");
+    int fd = open("/dev/hal_gpio", O_RDWR);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    std::string fds = std::to_string(fd);
+    EXPECT_EQ(read("not/yet/there/journal"), "open /dev/hal_gpio fd=" + fds + " flags=O_RDWR -> " +
+                                                 fds + "\nclose /dev/hal_gpio fd=" + fds +
+                                                 " -> 0\n");
 }

@@ -1,7 +1,8 @@
 """What the tool does in the box stays in the box: the kill list meets only
 the box's processes, the printk level and kernel settings written inside
 leave the host's alone, and the box's interfaces and addresses never show on
-the host."""
+the host. And the box shows the board, not this PC: /sys, /proc/bus and /dev
+hold what the board's state puts there."""
 import shutil
 import subprocess
 from pathlib import Path
@@ -11,6 +12,10 @@ import pytest
 from boardbox import build_dir
 
 HOST_PRINTK = Path('/proc/sys/kernel/printk')
+DEFAULT_STATE = Path(__file__).resolve().parents[2] / 'sim' / 'default-state'
+# Describe no hardware: the pty instance, the standard streams, null and co.
+HARMLESS_DEV = {'fd', 'full', 'null', 'ptmx', 'pts', 'random', 'shm', 'stderr', 'stdin',
+                'stdout', 'tty', 'urandom', 'zero'}
 
 
 @pytest.fixture
@@ -63,3 +68,23 @@ def test_kernel_settings_are_read_only_in_the_box(box_run):
     assert out.startswith(b'3\r\n')
     assert b'vm-written' not in out and b'year-2001' not in out
     assert b'year-20' in out
+
+
+def test_the_box_shows_the_board_not_the_host(box_factory):
+    board = box_factory(run=['/bin/sh', '-c', 'cd / && find sys proc/bus dev ! -path "dev/pts/*"; '
+                             'cat /sys/bus/pci/devices/0000:01:00.0/vendor; '
+                             '(exec 3</dev/hal_sc) 2>/dev/null && echo hal_sc-opened; exit 0'])
+    shutil.copytree(DEFAULT_STATE / 'dev', board.path('dev'))
+    board.remove('dev/hal_sc')  # a board without the storage-card node
+    board.write('sys/bus/pci/devices/0000:01:00.0/vendor', '0x1b4b')
+    status, out = board.start().wait(), board.child.before.decode()
+    assert status == 0, out
+    seen = out.split()
+    dev = {p[4:] for p in seen if p.startswith('dev/')}
+    nodes = {p.name for p in (DEFAULT_STATE / 'dev').iterdir()} - {'hal_sc'}
+    assert dev - HARMLESS_DEV == nodes
+    assert not [p for p in seen if p.startswith('proc/bus/')]
+    assert {p for p in seen if p.startswith('sys/')} == {
+        'sys/bus', 'sys/bus/pci', 'sys/bus/pci/devices', 'sys/bus/pci/devices/0000:01:00.0',
+        'sys/bus/pci/devices/0000:01:00.0/vendor'}
+    assert '0x1b4b' in seen and 'hal_sc-opened' not in seen

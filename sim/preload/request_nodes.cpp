@@ -1,6 +1,7 @@
-// Board behaviour behind the device nodes: one request table per node, each
-// request with its record layout (for the journal) and a handler that reads
-// or changes the board state. State files used:
+// Request nodes: the board's kernel-driver nodes (/dev/hal_*, /dev/harddisk).
+// A node exists when the state has dev/<name>; its descriptor is a memory
+// file, and its requests are a table here, each with its record layout (for
+// the journal) and a handler that reads or changes the board state:
 //   nvram/<name>                       variable value (+ newline)
 //   i2c/<bus>/0x<addr>/0x<reg>         register value; the device exists if
 //                                      its directory does
@@ -17,17 +18,17 @@
 //   disk/present, disk/capacity        per-slot words for cabinet 0
 //   usb/<port>                         name=, present=, id=
 //   proc/watchdog_status               rewritten when the watchdog is armed
-#include "nodes.h"
-
-#include "../common/defaults.h"
 #include "../common/records.h"
+#include "../common/requests.h"
 #include "../common/state.h"
 #include "../common/sys.h"
+#include "kinds.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <string_view>
+#include <sys/mman.h>
 
 namespace bsim {
 
@@ -63,31 +64,13 @@ bool valid_var(const std::string &n)
     return !n.empty() && n.find('/') == std::string::npos && n != "." && n != "..";
 }
 
-// Once nvram/ exists on disk it is the whole truth (a variable removed from
-// it is unset); until then the defaults answer. The first access copies the
-// defaults in, so both views agree.
-void nvram_seed()
-{
-    if (state_dir().empty())
-        return;
-    struct stat st {};
-    if (sys::stat(state_path("nvram").c_str(), &st) == 0)
-        return;
-    for (size_t i = 0; i < kDefaultFileCount; ++i) {
-        if (std::string_view(kDefaultFiles[i].path).starts_with("nvram/"))
-            state_materialize(kDefaultFiles[i].path);
-    }
-    sys::mkdir(state_path("nvram").c_str(), 0755);
-}
-
 int nvram_get(Call &c)
 {
     std::string name = get_text(c.rec, 0, kNameLen);
     if (!valid_var(name))
         return fail(c, EINVAL);
-    nvram_seed();
-    auto value =
-        state_dir().empty() ? state_read("nvram/" + name) : state_read_own("nvram/" + name);
+    // A variable removed from the state's nvram/ is unset, default or not.
+    auto value = state_has_file("nvram/" + name) ? state_read("nvram/" + name) : std::nullopt;
     if (!value)
         return fail(c, ENOENT);
     if (!value->empty() && value->back() == '\n')
@@ -101,7 +84,6 @@ int nvram_set(Call &c)
     std::string name = get_text(c.rec, 0, kNameLen);
     if (!valid_var(name))
         return fail(c, EINVAL);
-    nvram_seed();
     return stored(c, state_write("nvram/" + name, get_text(c.rec, kValueOff, kValueLen) + "\n"));
 }
 
@@ -109,8 +91,8 @@ constexpr Field kEnvGet[] = {{"name", 0, kNameLen, Kind::Text, kIn},
                              {"value", kValueOff, kValueLen, Kind::Text, kOut}};
 constexpr Field kEnvSet[] = {{"name", 0, kNameLen, Kind::Text, kIn},
                              {"value", kValueOff, kValueLen, Kind::Text, kIn}};
-constexpr Request kNvram[] = {make_request(0x40614, kEnvGet, nvram_get),
-                              make_request(0x40615, kEnvSet, nvram_set)};
+constexpr Request kNvram[] = {make_request(req::kNvramGet, kEnvGet, nvram_get),
+                              make_request(req::kNvramSet, kEnvSet, nvram_set)};
 
 // ---- /dev/hal_misc ----
 
@@ -176,9 +158,11 @@ constexpr Field kSata[] = {{"port", 0, 8, Kind::U64, kIn},
                            {"reg", 8, 8, Kind::Hex64, kIn},
                            {"value", 16, 4, Kind::Hex32, kOut}};
 constexpr Request kMisc[] = {
-    make_request(0x40608, kI2cRead, i2c_read),    make_request(0x40609, kI2cWrite, i2c_write),
-    make_request(0x70106, kRegRead, cpureg_read), make_request(0x70107, kRegWrite, cpureg_write),
-    make_request(0x40505, kSata, sata_read),
+    make_request(req::kI2cRead, kI2cRead, i2c_read),
+    make_request(req::kI2cWrite, kI2cWrite, i2c_write),
+    make_request(req::kCpuRegRead, kRegRead, cpureg_read),
+    make_request(req::kCpuRegWrite, kRegWrite, cpureg_write),
+    make_request(req::kSataRegRead, kSata, sata_read),
 };
 
 // ---- /dev/hal_gpio ----
@@ -216,7 +200,7 @@ int reset_key(Call &c)
         while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
         }
     }
-    if (state_word("keys/reset", "pressed") != "pressed")
+    if (state_word("keys/reset", "") != "pressed")
         return fail(c, ETIMEDOUT);
     return 0;
 }
@@ -262,10 +246,14 @@ constexpr Field kChipReset[] = {
     {"pos", 0, 4, Kind::U32, kIn}, {"chip", 4, 4, Kind::U32, kIn}, {"zero", 8, 4, Kind::U32, kIn}};
 constexpr Field kCard[] = {{"card", 0, 4, Kind::U32, kIn}, {"value", 4, 4, Kind::U32, kOut}};
 constexpr Request kGpio[] = {
-    make_request(0x40610, kGpioWrite, gpio_write), make_request(0x40611, kGpioRead, gpio_read),
-    make_request(0x4061F, kGpioMode, gpio_mode),   make_request(0x40636, kPlain, reset_key),
-    make_request(0x70103, kChipReset, chip_reset), make_request(0x40627, kCard, sub_status),
-    make_request(0x40628, kCard, sub_type),        make_request(0x40629, kCard, sub_pcb),
+    make_request(req::kGpioWrite, kGpioWrite, gpio_write),
+    make_request(req::kGpioRead, kGpioRead, gpio_read),
+    make_request(req::kGpioMode, kGpioMode, gpio_mode),
+    make_request(req::kResetKey, kPlain, reset_key),
+    make_request(req::kChipReset, kChipReset, chip_reset),
+    make_request(req::kSubcardStatus, kCard, sub_status),
+    make_request(req::kSubcardType, kCard, sub_type),
+    make_request(req::kSubcardPcb, kCard, sub_pcb),
 };
 
 // ---- /dev/hal_rmc ----
@@ -285,29 +273,32 @@ int key_poll(Call &c)
 
 constexpr Field kRmc[] = {{"mode", 0, 4, Kind::U32, kIn}, {"pad", 4, 4, Kind::U32, kIn}};
 constexpr Field kKey[] = {{"key", 0, 4, Kind::U32, kIn}, {"state", 8, 4, Kind::U32, kOut}};
-constexpr Request kRmcReqs[] = {make_request(0x40113, kRmc, rmc_mode),
-                                make_request(0x4010D, kKey, key_poll),
-                                make_request(0x4010C, kKey, key_poll)};
+constexpr Request kRmcReqs[] = {make_request(req::kRmcMode, kRmc, rmc_mode),
+                                make_request(req::kKeyPoll, kKey, key_poll),
+                                make_request(req::kKeyPollAlt, kKey, key_poll)};
 
 // ---- /dev/hal_watchdog ----
 
+// A value of the status file's "key : value" lines.
 int64_t watchdog_field(const std::string &text, const std::string &key, int64_t def)
 {
-    size_t pos = 0;
-    while (pos < text.size()) {
-        size_t end = text.find('\n', pos);
-        std::string line =
-            text.substr(pos, end == std::string::npos ? std::string::npos : end - pos);
-        pos = (end == std::string::npos) ? text.size() : end + 1;
-        size_t colon = line.find(':');
-        if (colon == std::string::npos)
-            continue;
-        std::string k = line.substr(0, line.find_last_not_of(' ', colon - 1) + 1);
-        int64_t v = 0;
-        if (k == key && parse_num(line.substr(colon + 1), v))
+    auto words = split_words(text);
+    int64_t v = def;
+    for (size_t i = 0; i + 2 < words.size(); ++i) {
+        if (words[i] == key && words[i + 1] == ":" && parse_num(words[i + 2], v))
             return v;
     }
     return def;
+}
+
+// The watchdog driver's status file: lines of "%-12s: %-12s\n", so the
+// value of "timeleft" starts at byte 68, where the tool reads it.
+std::string watchdog_status_text(unsigned mode, unsigned timeleft, unsigned timeout)
+{
+    char buf[160];
+    std::snprintf(buf, sizeof buf, "%-12s: %-12s\n%-12s: %-12u\n%-12s: %-12u\n%-12s: %-12u\n",
+                  "name", "hal_wdt", "mode", mode, "timeleft", timeleft, "timeout", timeout);
+    return buf;
 }
 
 // Arming (mode != 0) starts the countdown from the configured timeout;
@@ -316,13 +307,13 @@ int watchdog_arm(Call &c)
 {
     unsigned mode = get_u32(c.rec, 0);
     std::string now = state_read("proc/watchdog_status").value_or("");
-    auto timeout = static_cast<unsigned>(watchdog_field(now, "timeout", 30));
+    auto timeout = static_cast<unsigned>(watchdog_field(now, "timeout", 0));
     return stored(c, state_write("proc/watchdog_status",
                                  watchdog_status_text(mode, mode ? timeout : 0, timeout)));
 }
 
 constexpr Field kWatchdog[] = {{"mode", 0, 4, Kind::U32, kIn}, {"rest", 4, 8, Kind::Bytes, kIn}};
-constexpr Request kWatchdogReqs[] = {make_request(0x70108, kWatchdog, watchdog_arm)};
+constexpr Request kWatchdogReqs[] = {make_request(req::kWatchdogArm, kWatchdog, watchdog_arm)};
 
 // ---- /dev/hal_switch ----
 
@@ -339,7 +330,7 @@ constexpr Field kSwitch[] = {{"zero", 0, 4, Kind::U32, kIn},
                              {"reg", 4, 4, Kind::Hex32, kIn},
                              {"switch", 8, 4, Kind::U32, kIn},
                              {"value", 12, 4, Kind::Hex32, kOut}};
-constexpr Request kSwitchReqs[] = {make_request(0x40809, kSwitch, switch_read)};
+constexpr Request kSwitchReqs[] = {make_request(req::kSwitchRegRead, kSwitch, switch_read)};
 
 // ---- /dev/hal_sc ----
 
@@ -365,9 +356,11 @@ int sc_status(Call &c)
 }
 
 constexpr Request kScReqs[] = {
-    make_request(0x40622, kCard, sc_kind),   make_request(0x30107, kCard, sc_board),
-    make_request(0x30100, kCard, sc_pcb),    make_request(0x30106, kCard, sc_mcu),
-    make_request(0x40626, kCard, sc_status),
+    make_request(req::kStorKind, kCard, sc_kind),
+    make_request(req::kStorBoard, kCard, sc_board),
+    make_request(req::kStorPcb, kCard, sc_pcb),
+    make_request(req::kStorMcu, kCard, sc_mcu),
+    make_request(req::kStorStatus, kCard, sc_status),
 };
 
 // ---- /dev/hal_runtime ----
@@ -375,7 +368,7 @@ constexpr Request kScReqs[] = {
 int first_use_get(Call &c)
 {
     int y = 0, m = 0, d = 0;
-    std::string t = state_word("runtime/first_use", "2000-00-00");
+    std::string t = state_word("runtime/first_use", "");
     if (std::sscanf(t.c_str(), "%d-%d-%d", &y, &m, &d) != 3)
         return fail(c, EIO);
     put_u32(c.rec, 0, static_cast<uint32_t>(y - 2000));
@@ -425,42 +418,23 @@ constexpr Field kTotalOut[] = {{"days", 0, 4, Kind::S32, kOut}, {"hours", 4, 4, 
 constexpr Field kTotalIn[] = {{"days", 0, 4, Kind::S32, kIn}, {"hours", 4, 4, Kind::S32, kIn}};
 constexpr Field kRecord[] = {{"bytes", 0, 24, Kind::Bytes, kIn}};
 constexpr Request kRuntimeReqs[] = {
-    make_request(0x30209, kDateOut, first_use_get), make_request(0x3020A, kDateIn, first_use_set),
-    make_request(0x3020B, kTotalOut, total_get),    make_request(0x3020C, kTotalIn, total_set),
-    make_request(0x3020D, kRecord, record_on),      make_request(0x3020E, kRecord, record_off),
+    make_request(req::kFirstUseGet, kDateOut, first_use_get),
+    make_request(req::kFirstUseSet, kDateIn, first_use_set),
+    make_request(req::kTotalUsedGet, kTotalOut, total_get),
+    make_request(req::kTotalUsedSet, kTotalIn, total_set),
+    make_request(req::kRecordOn, kRecord, record_on),
+    make_request(req::kRecordOff, kRecord, record_off),
 };
 
 // ---- /dev/harddisk ----
 
 constexpr size_t kCabinets = 3, kSlots = 24;
 
-// Word s of a per-slot list file, as a number (missing words are 0).
-int64_t slot_word(const std::string &rel, size_t s)
-{
-    std::string text = state_read(rel).value_or("");
-    size_t pos = 0;
-    for (size_t i = 0;; ++i) {
-        size_t b = text.find_first_not_of(" \t\r\n", pos);
-        if (b == std::string::npos)
-            return 0;
-        size_t e = text.find_first_of(" \t\r\n", b);
-        if (i == s) {
-            int64_t v = 0;
-            return parse_num(text.substr(b, e == std::string::npos ? std::string::npos : e - b), v)
-                       ? v
-                       : 0;
-        }
-        if (e == std::string::npos)
-            return 0;
-        pos = e;
-    }
-}
-
 int disk_present(Call &c)
 {
     std::memset(c.rec, 0, kCabinets * kSlots);
     for (size_t s = 0; s < kSlots; ++s)
-        put_u8(c.rec, s, slot_word("disk/present", s) ? 1 : 0);
+        put_u8(c.rec, s, state_slot("disk/present", s) ? 1 : 0);
     return 0;
 }
 
@@ -469,7 +443,7 @@ int disk_capacity(Call &c)
     constexpr size_t kRecLen = 96;
     std::memset(c.rec, 0, kCabinets * kSlots * kRecLen);
     for (size_t s = 0; s < kSlots; ++s)
-        put_u64(c.rec, s * kRecLen + 80, static_cast<uint64_t>(slot_word("disk/capacity", s)));
+        put_u64(c.rec, s * kRecLen + 80, static_cast<uint64_t>(state_slot("disk/capacity", s)));
     return 0;
 }
 
@@ -492,17 +466,11 @@ constexpr Field kUsb[] = {{"name0", 0, 20, Kind::Text, kOut},
                           {"present0", 20, 4, Kind::S32, kOut},
                           {"name1", 128, 20, Kind::Text, kOut},
                           {"present1", 148, 4, Kind::S32, kOut}};
-constexpr Request kDiskReqs[] = {make_request(0x40500, kPresent, disk_present),
-                                 make_request(0x40510, kCapacity, disk_capacity),
-                                 make_request(0x40504, kUsb, usb_info)};
+constexpr Request kDiskReqs[] = {make_request(req::kDiskPresent, kPresent, disk_present),
+                                 make_request(req::kDiskCapacity, kCapacity, disk_capacity),
+                                 make_request(req::kUsbInfo, kUsb, usb_info)};
 
-// ---- node table ----
-
-struct NodeTable {
-    const char *path;
-    const Request *reqs;
-    size_t count;
-};
+// ---- the nodes: one row each, and a state file dev/<name> ----
 
 template <size_t N>
 constexpr NodeTable node(const char *path, const Request (&reqs)[N])
@@ -522,43 +490,38 @@ constexpr NodeTable kNodes[] = {
     node("/dev/harddisk", kDiskReqs),
 };
 
-const Request *find_request(const char *path, unsigned long req)
+}  // namespace
+
+const NodeTable *request_node(const char *path)
 {
     for (const NodeTable &n : kNodes) {
-        if (std::string_view(n.path) != path)
-            continue;
-        for (size_t i = 0; i < n.count; ++i) {
-            if (n.reqs[i].req == req)
-                return &n.reqs[i];
-        }
+        if (std::strcmp(n.path, path) == 0)
+            return &n;
     }
     return nullptr;
 }
 
-}  // namespace
-
-std::string watchdog_status_text(unsigned mode, unsigned timeleft, unsigned timeout)
+int request_node_open(const NodeTable &node, int flags)
 {
-    char buf[160];
-    std::snprintf(buf, sizeof buf, "%-12s: %-12s\n%-12s: %-12u\n%-12s: %-12u\n%-12s: %-12u\n",
-                  "name", "hal_wdt", "mode", mode, "timeleft", timeleft, "timeout", timeout);
-    return buf;
+    return sys::memfd(node.path + 5, (flags & O_CLOEXEC) ? MFD_CLOEXEC : 0);
 }
 
-long node_ioctl(const char *path, unsigned long req, void *arg, int &err)
+long request_node_ioctl(const NodeTable &node, unsigned long req, void *arg, int &err)
 {
-    JournalLine line("ioctl", path);
+    JournalLine line("ioctl", node.path);
     line.request(static_cast<uint32_t>(req));
-    char target[96], general[80];
-    std::snprintf(target, sizeof target, "ioctl.%s.0x%lx", path, req);
-    std::snprintf(general, sizeof general, "ioctl.%s", path);
-    const Request *r = find_request(path, req);
+    const Request *r = nullptr;
+    for (size_t i = 0; i < node.count && r == nullptr; ++i)
+        r = node.reqs[i].req == req ? &node.reqs[i] : nullptr;
     if (r == nullptr) {
         line.hex("arg", reinterpret_cast<uintptr_t>(arg));
         err = ENOTTY;
         line.finish(-1, err);
         return -1;
     }
+    char target[96], general[80];
+    std::snprintf(target, sizeof target, "ioctl.%s.0x%lx", node.path, req);
+    std::snprintf(general, sizeof general, "ioctl.%s", node.path);
     Call c{arg, reinterpret_cast<uintptr_t>(arg)};
     return serve(line, *r, c, target, general, err);
 }

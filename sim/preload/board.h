@@ -1,0 +1,41 @@
+// The one place that decides what belongs to the board, and what every kind
+// shares: the descriptor table and the journal lines of opens and closes.
+#pragma once
+#include "kinds.h"
+
+#include <cstdio>
+#include <sys/types.h>
+
+namespace bsim {
+
+enum class Backing { None, Node, File };
+
+struct Claim {
+    Backing kind = Backing::None;
+    const char *path = nullptr;  // stable for the life of the process
+    const NodeTable *node = nullptr;
+};
+
+// Absolute paths only; nothing is the board's without a state directory.
+// errno is left as it was.
+Claim claim_path(const char *path);
+
+int board_open(const Claim &c, int flags, mode_t mode);
+FILE *board_fopen(const Claim &c, const char *mode);
+int board_access(const Claim &c, int how);
+
+// Forgets fd before it is closed; returns its board path, or null.
+const char *board_forget(int fd);
+// Journals the close of a board descriptor; errno is left as it was.
+void board_closed(const char *path, int fd, int rc);
+
+// The request node behind fd, or null if fd is not one (any more).
+const NodeTable *board_node(int fd);
+// Serves a request on a board node's descriptor, setting errno as a driver.
+int board_ioctl(const NodeTable &node, int fd, unsigned long req, void *arg);
+
+// With BOARDSIM_DEBUG=1, device and proc paths left to the system are
+// logged: that is where a node the simulator lacks shows up.
+void board_passed(const char *what, const char *path);
+
+}  // namespace bsim

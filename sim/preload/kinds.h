@@ -1,0 +1,32 @@
+// The kinds of board path, one source file each with its table:
+//   request nodes (request_nodes.cpp): /dev/<name>, a memory file as the
+//     descriptor and a table of requests, each with its record layout;
+//   plain files (plain_files.cpp): /proc and /sys files kept in the state.
+// A path is the board's when its kind knows it and the state has its file.
+#pragma once
+#include "../common/records.h"
+
+#include <cstdio>
+#include <sys/types.h>
+
+namespace bsim {
+
+struct NodeTable {
+    const char *path;  // "/dev/hal_gpio"; its state file is "dev/hal_gpio"
+    const Request *reqs;
+    size_t count;
+};
+
+// The request node at this path, or null.
+const NodeTable *request_node(const char *path);
+int request_node_open(const NodeTable &node, int flags);
+// Serves a request (journaled, fault-injectable); err is the errno to leave.
+long request_node_ioctl(const NodeTable &node, unsigned long req, void *arg, int &err);
+
+// True for a /proc or /sys path whose file the state has.
+bool plain_file(const char *path);
+int plain_file_open(const char *path, int flags, mode_t mode);
+FILE *plain_file_fopen(const char *path, const char *mode);
+int plain_file_access(const char *path, int how);
+
+}  // namespace bsim

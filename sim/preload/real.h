@@ -1,0 +1,28 @@
+// The real functions behind the preload's wrappers, looked up once with
+// dlsym(RTLD_NEXT). The simulator reaches them only through these pointers;
+// its own file work uses raw system calls (sys.h).
+#pragma once
+#include <cstdio>
+
+namespace bsim {
+
+using OpenFn = int (*)(const char *, int, ...);
+using OpenAtFn = int (*)(int, const char *, int, ...);
+using FopenFn = FILE *(*)(const char *, const char *);
+
+struct Real {
+    OpenFn open;
+    OpenFn open64;
+    OpenAtFn openat;
+    OpenAtFn openat64;
+    FopenFn fopen;
+    FopenFn fopen64;
+    int (*close)(int);
+    int (*fclose)(FILE *);
+    int (*ioctl)(int, unsigned long, ...);
+    int (*access)(const char *, int);
+};
+
+const Real &real();
+
+}  // namespace bsim
