@@ -1,8 +1,8 @@
-// The device access layer and the LED worker against the simulated board's
-// nodes (/dev/hal_nvram, /dev/hal_misc, /dev/hal_gpio, /dev/hal_rmc): the
-// records as the journal decodes them, each node's success test, the
-// messages, which descriptors stay open, the LED flash cycle with its "off"
-// hand-shake, and the power-key poll that no board installs. Each case has a state directory of its own.
+// The device access layer and the LED, key commands against the simulated
+// board's nodes: the records as the journal decodes them, each node's success
+// test, the messages, which descriptors stay open, the LED flash cycle with
+// its "off" hand-shake, and the power-key poll that no board installs. Each
+// case has a state directory of its own.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -29,8 +29,8 @@ using Lines = std::vector<std::string>;
 // The simulator's fixture, with the journal read in steps.
 class EquDevice : public BoardTest {
   protected:
-    // Journal lines written since the last call.
-    Lines journal()
+    // Journal lines written since the last call; peek() leaves them unread.
+    Lines peek()
     {
         std::istringstream in(BoardTest::journal());
         Lines v;
@@ -40,16 +40,24 @@ class EquDevice : public BoardTest {
                 v.push_back(s);
             }
         }
-        nSeen = n;
+        nNow = n;
         return v;
     }
-    size_t nSeen = 0;
+    Lines journal()
+    {
+        Lines v = peek();
+        nSeen = nNow;
+        return v;
+    }
+    // Waits (up to 5 s) for that many unread LED value requests.
+    void wait_led_writes(size_t n);
+    size_t nSeen = 0, nNow = 0;
 };
 
 namespace {
 
 // Descriptors of the node that the journal shows opened and not closed.
-std::vector<int> leftOpen(const Lines &v, const std::string &strNode)
+std::vector<int> left_open(const Lines &v, const std::string &strNode)
 {
     std::vector<int> vFds;
     for (const std::string &s : v) {
@@ -70,11 +78,16 @@ Lines grep(const Lines &v, const std::string &strPrefix)
     return r;
 }
 
-double cpuSeconds(void)
+// A typed line through the engine; output is captured unless the caller already does.
+std::string type_line(const char *pcLine, bool bCapture = true)
 {
-    timespec ts{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
-    return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
+    char acLine[CLI_LINE_BUF_LEN];
+    snprintf(acLine, sizeof(acLine), "%s", pcLine);
+    if (bCapture) {
+        CaptureStdout();
+    }
+    CLI_MainProcess(acLine, 1);
+    return bCapture ? GetCapturedStdout() : "";
 }
 
 }  // namespace
@@ -96,13 +109,10 @@ TEST_F(EquDevice, NvramRoundTripAndFailureKeepsTheRecord)
     EXPECT_EQ(200u, EQU_GetEnvFromFlash(&stFail));
     EXPECT_STREQ("", stFail.szValue);
     EXPECT_EQ(200u, EQU_SetEnvToFlash(&stEnv));
-    put("fail/open./dev/hal_nvram", "");
-    EXPECT_EQ(200u, EQU_GetEnvFromFlash(&stFail));
     EXPECT_EQ("\r\nFailed to get nvram valuee of rtcdate, errno(No space left on device)\n"
-              "\r\nFailed to set nvram value(on 3) of memtest, errno(No space left on device)\n"
-              "\r\nopen /dev/hal_nvram\n",
+              "\r\nFailed to set nvram value(on 3) of memtest, errno(No space left on device)\n",
               GetCapturedStdout());
-    EXPECT_TRUE(leftOpen(journal(), "/dev/hal_nvram").empty());
+    EXPECT_TRUE(left_open(journal(), "/dev/hal_nvram").empty());
 }
 
 // MII and I2C fail only on a negative result, the other nodes on any non-zero one.
@@ -131,6 +141,38 @@ TEST_F(EquDevice, SuccessTestDependsOnTheNode)
               "\r\nFailed to set rmc to equtest mode",
               GetCapturedStdout());
     EXPECT_EQ(7u, u32Val);
+    EXPECT_TRUE(left_open(journal(), "/dev/hal_gpio").empty());
+}
+
+// Each caller's own wording when its node does not open; the reset key's
+// names the remote-control node although the GPIO node is the one opened.
+TEST_F(EquDevice, OpenFailureMessages)
+{
+    for (const char *pcNode : {"nvram", "misc", "gpio", "rmc"}) {
+        put(std::string("fail/open./dev/hal_") + pcNode, "");
+    }
+    EQU_BOARD_DESC_S stDesc{};
+    stDesc.ucResetKey = 1;
+    EQU_BOARD_DESC_S *pstSaved = gpstEquBoardDesc;
+    gpstEquBoardDesc = &stDesc;
+    EQU_Cmd_Button();
+    gpstEquBoardDesc = pstSaved;
+    EQU_ENV_S stEnv{"memtest", ""};
+    uint32_t u32Val = 0;
+    CaptureStdout();
+    EXPECT_EQ(200u, EQU_GetEnvFromFlash(&stEnv));
+    EXPECT_EQ(200u, EQU_I2C_Read(1, 0x48, 0, 1, &u32Val));
+    EXPECT_EQ(-1, EQU_CPUReg_Write(0x1000, 1));
+    EXPECT_EQ(200u, EQU_GPIO_SetModeAndWrite(3, 22, 1, 1));
+    EXPECT_EQ(200u, EQU_SetRmcTestMode(1));
+    type_line("test reset button", false);
+    EXPECT_EQ("\r\nopen /dev/hal_nvram\n"
+              "\r\n\r\n Failed to open /dev/hal_misc file \r\n"
+              "\r\nopen /dev/hal_misc failed\n"
+              "\r\nopen /dev/hal_gpio failed\n"
+              "\r\nFailed to open /dev/hal_rmc file"
+              "\r\n@\r\nFailed to open /dev/hal_rmc file\r\ntest result:fail\r\n$$",
+              GetCapturedStdout());
 }
 
 TEST_F(EquDevice, RecordsAsTheDriversSeeThem)
@@ -155,7 +197,7 @@ TEST_F(EquDevice, RecordsAsTheDriversSeeThem)
                      "ioctl /dev/hal_rmc 0x40113 mode=1 pad=0 -> 0"}),
               grep(v, "ioctl "));
     for (const char *pcNode : {"/dev/hal_misc", "/dev/hal_gpio", "/dev/hal_rmc"}) {
-        EXPECT_TRUE(leftOpen(v, pcNode).empty()) << pcNode;
+        EXPECT_TRUE(left_open(v, pcNode).empty()) << pcNode;
     }
 }
 
@@ -169,16 +211,13 @@ TEST_F(EquDevice, DeliberatelyOpenDescriptors)
     CaptureStdout();
     EXPECT_EQ(200u, EQU_I2C_Read(2, 0x50, 1, 1, &u32Val));  // nothing answers at 0x50
     EXPECT_EQ(200u, EQU_I2C_Write(2, 0x50, 3, 1));
-    put("fail/ioctl./dev/hal_misc.0x70106", "");
-    EXPECT_EQ(200, EQU_CPUReg_Read(0x1000, &u32Val));
-    put("fail/open./dev/hal_misc", "");
-    EXPECT_EQ(-1, EQU_CPUReg_Write(0x1000, 1));
+    put("fail/ioctl./dev/hal_misc.0x70107", "");
+    EXPECT_EQ(200, EQU_CPUReg_Write(0x1000, 2));
     EXPECT_EQ("\r\nFailed to read i2c device:50:1 No such device or address\n"
               "\r\n\r\nFailed to write i2c device:50:3 No such device or address"
-              "\r\nread cpu reg failed, uiRegAddr 0x1000"
-              "\r\nopen /dev/hal_misc failed\n",
+              "\r\nread cpu reg failed, uiRegAddr 0x1000, uiRegVal 0x2",
               GetCapturedStdout());
-    std::vector<int> vOpen = leftOpen(journal(), "/dev/hal_misc");
+    std::vector<int> vOpen = left_open(journal(), "/dev/hal_misc");
     ASSERT_EQ(3u, vOpen.size());  // read, write, failed I2C write
     for (int fd : vOpen) {
         EXPECT_NE(-1, fcntl(fd, F_GETFD));
@@ -186,16 +225,17 @@ TEST_F(EquDevice, DeliberatelyOpenDescriptors)
     }
 }
 
-// ---- LED ----
+// ---- LED and keys, typed through the engine ----
 
 namespace {
 
 using Writes = std::vector<std::pair<int, int>>;
 
-// One worker per process, as in the tool.
-void startLedWorker(void)
+// The LED commands and one worker per process, as in the tool.
+void start_led(void)
 {
     static bool bStarted = [] {
+        EQU_Cmd_Led();
         pthread_t tid;
         return pthread_create(&tid, nullptr, EQU_CmdProc_LedFlick, nullptr) == 0 &&
                pthread_detach(tid) == 0;
@@ -204,7 +244,7 @@ void startLedWorker(void)
 }
 
 // (bit, value) of each LED value request in the lines.
-Writes ledWrites(const Lines &v)
+Writes led_writes(const Lines &v)
 {
     Writes w;
     int iBit = 0, iVal = 0;
@@ -217,33 +257,40 @@ Writes ledWrites(const Lines &v)
     return w;
 }
 
-bool waitRun(uint32_t u32Want)
+double cpu_seconds(void)
 {
-    for (int i = 0; i < 500 && gbequledrun.load() != u32Want; i++) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return gbequledrun.load() == u32Want;
+    timespec ts{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+    return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
 }
 
 const Writes kAllOff = {{23, 1}, {25, 1}, {27, 1}, {29, 1}, {22, 1}, {24, 1}, {26, 1}, {28, 1}};
+const std::string kPass = "\r\n@\r\ntest result:pass\r\n$$";
 
 }  // namespace
 
-// The cycle's order is checked through the tool; here: no spinning, and every
-// value request follows a mode request on its own open of the node.
+void EquDevice::wait_led_writes(size_t n)
+{
+    for (int i = 0; i < 500 && led_writes(peek()).size() < n; i++) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
+// The cycle's order is checked in the box; here: no spinning, "off" waits out
+// a cycle, and every value request follows a mode request on its own open.
 TEST_F(EquDevice, LedOffWaitsOutTheCycleWithoutSpinning)
 {
-    startLedWorker();
-    double dCpu = cpuSeconds();
+    start_led();
+    double dCpu = cpu_seconds();
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    EXPECT_LT(cpuSeconds() - dCpu, 0.05);
-    EXPECT_EQ(0u, EQU_CmdProc_LedOnAll(nullptr));
-    ASSERT_TRUE(waitRun(1));
-    dCpu = cpuSeconds();
-    EXPECT_EQ(0u, EQU_CmdProc_LedOffAll(nullptr));
-    EXPECT_LT(cpuSeconds() - dCpu, 0.2);
+    EXPECT_LT(cpu_seconds() - dCpu, 0.05);
+    EXPECT_EQ(kPass, type_line("test led on"));
+    wait_led_writes(20);
+    dCpu = cpu_seconds();
+    EXPECT_EQ(kPass, type_line("test led off"));
+    EXPECT_LT(cpu_seconds() - dCpu, 0.2);
     Lines v = journal();
-    Writes w = ledWrites(v);
+    Writes w = led_writes(v);
     ASSERT_EQ(28u, w.size());
     EXPECT_EQ(kAllOff, Writes(w.begin() + 20, w.end()));
     for (size_t i = 0; i + 3 < v.size(); i += 4) {
@@ -257,35 +304,34 @@ TEST_F(EquDevice, LedOffWaitsOutTheCycleWithoutSpinning)
 // "off" typed just after "on" must not race the worker's first cycle.
 TEST_F(EquDevice, LedOffRightAfterOnEndsAllOff)
 {
-    startLedWorker();
+    start_led();
     for (int iDelayMs : {0, 50}) {
-        EXPECT_EQ(0u, EQU_CmdProc_LedOnAll(nullptr));
+        EXPECT_EQ(kPass, type_line("test led on"));
         std::this_thread::sleep_for(std::chrono::milliseconds(iDelayMs));
-        EXPECT_EQ(0u, EQU_CmdProc_LedOffAll(nullptr));
-        Writes w = ledWrites(journal());
+        EXPECT_EQ(kPass, type_line("test led off"));
+        Writes w = led_writes(journal());
         EXPECT_TRUE(w == kAllOff || (w.size() == 28 && Writes(w.begin() + 20, w.end()) == kAllOff));
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    EXPECT_TRUE(ledWrites(journal()).empty());
+    EXPECT_TRUE(led_writes(journal()).empty());
 }
 
 // Runs after the other LED cases: it ends the process's worker for good.
-TEST_F(EquDevice, LedWorkerEndsOnAFailedCycleAndOffStillReturns)
+TEST_F(EquDevice, LedWorkerEndsOnAFailedCycleAndOffStillWorks)
 {
-    startLedWorker();
+    start_led();
     put("fail/ioctl./dev/hal_gpio.0x40610", "skip=9\ntimes=1\n");
     CaptureStdout();
-    EXPECT_EQ(0u, EQU_CmdProc_LedOnAll(nullptr));
-    ASSERT_TRUE(waitRun(1));
-    ASSERT_TRUE(waitRun(0));
-    EXPECT_EQ(0u, EQU_CmdProc_LedOffAll(nullptr));
-    EXPECT_EQ("\r\nset gpio value failed, GpioIdx 3, BitIdx 24,  Value 0"
-              "\r\nsomething wrong with led thread!",
+    type_line("test led on", false);
+    wait_led_writes(20);
+    type_line("test led off", false);  // waits for the failed cycle to end
+    EXPECT_EQ(kPass + "\r\nset gpio value failed, GpioIdx 3, BitIdx 24,  Value 0\r\n@"
+                      "\r\nsomething wrong with led thread!\r\ntest result:pass\r\n$$",
               GetCapturedStdout());
-    EXPECT_EQ(28u, ledWrites(journal()).size());  // the failed cycle ran to its end
-    EXPECT_EQ(0u, EQU_CmdProc_LedOnAll(nullptr));
+    EXPECT_EQ(28u, led_writes(journal()).size());  // the failed cycle ran to its end
+    EXPECT_EQ(kPass, type_line("test led on"));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    EXPECT_TRUE(ledWrites(journal()).empty());
+    EXPECT_TRUE(led_writes(journal()).empty());
 }
 
 // No board has a power key; a board record with one installs its commands.
@@ -297,19 +343,13 @@ TEST_F(EquDevice, PowerKeyPollsKey21UpToTheTypedSeconds)
     gpstEquBoardDesc = &stDesc;
     EQU_Cmd_Button();
     gpstEquBoardDesc = pstSaved;
-    auto run = [](const char *pcLine) {
-        char acLine[CLI_LINE_BUF_LEN];
-        snprintf(acLine, sizeof(acLine), "%s", pcLine);
-        CaptureStdout();
-        CLI_MainProcess(acLine, 1);
-        return GetCapturedStdout();
-    };
     EXPECT_EQ("\r\n@\r\nerror:no press key!\r\ntest result:fail\r\n$$",
-              run("test powerkey button 2"));
+              type_line("test powerkey button 2"));
     put("keys/21", "pressed\n");
-    EXPECT_EQ("\r\n@\r\ntest result:pass\r\n$$", run("test powerkey button"));
-    Lines v = grep(journal(), "ioctl ");
+    EXPECT_EQ(kPass, type_line("test powerkey button"));
+    Lines j = journal(), v = grep(j, "ioctl ");
     ASSERT_EQ(3u, v.size());
     EXPECT_EQ("ioctl /dev/hal_rmc 0x4010d key=21 state=1 -> 0", v[0]);
     EXPECT_EQ("ioctl /dev/hal_rmc 0x4010d key=21 state=0 -> 0", v[2]);
+    EXPECT_TRUE(left_open(j, "/dev/hal_rmc").empty());
 }
