@@ -58,28 +58,21 @@ std::vector<int> left_open(const std::string &strJournal, const std::string &str
 Writes led_writes(const std::string &strJournal)
 {
     Writes w;
-    int iBit = 0, iVal = 0;
     for (const std::string &s : grep(strJournal, "ioctl /dev/hal_gpio 0x40610 group=3 ")) {
-        if (sscanf(s.c_str(), "ioctl /dev/hal_gpio 0x40610 group=3 bit=%d value=%d", &iBit,
-                   &iVal) == 2) {
-            w.emplace_back(iBit, iVal);
-        }
+        w.emplace_back(std::stoi(s.substr(s.find("bit=") + 4)),
+                       std::stoi(s.substr(s.find("value=") + 6)));
     }
     return w;
 }
 
-void type_line(const char *pcLine)
+// A line typed at the tool; its output unless the caller captures it already.
+std::string typed(const char *pcLine, bool bCapture = true)
 {
     char acLine[CLI_LINE_BUF_LEN];
     snprintf(acLine, sizeof(acLine), "%s", pcLine);
+    bCapture ? CaptureStdout() : void();
     CLI_MainProcess(acLine, 1);
-}
-
-std::string typed(const char *pcLine)
-{
-    CaptureStdout();
-    type_line(pcLine);
-    return GetCapturedStdout();
+    return bCapture ? GetCapturedStdout() : "";
 }
 
 // Registers the button commands as a board with these keys would.
@@ -100,31 +93,15 @@ const std::string kPass = "\r\n@\r\ntest result:pass\r\n$$";
 
 class EquDevice : public BoardTest {};
 
-TEST_F(EquDevice, NvramRoundTripAndFailureKeepsTheRecord)
-{
-    EQU_ENV_S stEnv{"memtest", "on 3"}, stRead{"memtest", ""}, stFail{"rtcdate", ""};
-    EXPECT_EQ(0u, EQU_SetEnvToFlash(&stEnv));
-    EXPECT_EQ(0u, EQU_GetEnvFromFlash(&stRead));
-    EXPECT_STREQ("on 3", stRead.szValue);
-    EXPECT_EQ((Lines{"ioctl /dev/hal_nvram 0x40615 name=\"memtest\" value=\"on 3\" -> 0",
-                     "ioctl /dev/hal_nvram 0x40614 name=\"memtest\" value=\"on 3\" -> 0"}),
-              grep(journal(), "ioctl "));
-    put("fail/ioctl./dev/hal_nvram", "errno=ENOSPC\n");
-    CaptureStdout();
-    EXPECT_EQ(200u, EQU_GetEnvFromFlash(&stFail));
-    EXPECT_STREQ("", stFail.szValue);
-    EXPECT_EQ(200u, EQU_SetEnvToFlash(&stEnv));
-    EXPECT_EQ("\r\nFailed to get nvram valuee of rtcdate, errno(No space left on device)\n"
-              "\r\nFailed to set nvram value(on 3) of memtest, errno(No space left on device)\n",
-              GetCapturedStdout());
-    EXPECT_TRUE(left_open(journal(), "/dev/hal_nvram").empty());
-}
-
 TEST_F(EquDevice, RecordsAsTheDriversSeeThem)
 {
     put("i2c/2/0x48/0x00", "0x1a2b\n");
     put("gpio/4.7", "1\n");
     uint32_t u32I2c = 0, u32Gpio = 0;
+    EQU_ENV_S stEnv{"memtest", "on 3"}, stRead{"memtest", ""};
+    EXPECT_EQ(0u, EQU_SetEnvToFlash(&stEnv));
+    EXPECT_EQ(0u, EQU_GetEnvFromFlash(&stRead));
+    EXPECT_STREQ("on 3", stRead.szValue);
     EXPECT_EQ(0u, EQU_I2C_Read(2, 0x48, 0, 1, &u32I2c));
     EXPECT_EQ(0u, EQU_I2C_Write(2, 0x48, 3, 0x4140));
     EXPECT_EQ(0u, EQU_GPIO_SetMode(4, 7, 0));
@@ -134,21 +111,26 @@ TEST_F(EquDevice, RecordsAsTheDriversSeeThem)
     EXPECT_EQ(0x1a2bu, u32I2c);
     EXPECT_EQ(1u, u32Gpio);
     std::string j = journal();
-    EXPECT_EQ((Lines{"ioctl /dev/hal_misc 0x40608 bus=2 addr=0x48 reg=0x0 len=1 data=0x1a2b -> 0",
+    EXPECT_EQ((Lines{"ioctl /dev/hal_nvram 0x40615 name=\"memtest\" value=\"on 3\" -> 0",
+                     "ioctl /dev/hal_nvram 0x40614 name=\"memtest\" value=\"on 3\" -> 0",
+                     "ioctl /dev/hal_misc 0x40608 bus=2 addr=0x48 reg=0x0 len=1 data=0x1a2b -> 0",
                      "ioctl /dev/hal_misc 0x40609 bus=2 addr=0x48 reg=0x3 data=0x4140 len=1 -> 0",
                      "ioctl /dev/hal_gpio 0x4061f group=4 bit=7 mode=0 -> 0",
                      "ioctl /dev/hal_gpio 0x40611 group=4 bit=7 value=1 -> 0",
                      "ioctl /dev/hal_gpio 0x40610 group=0 bit=21 value=1 -> 0",
                      "ioctl /dev/hal_rmc 0x40113 mode=1 pad=0 -> 0"}),
               grep(j, "ioctl "));
-    for (const char *pcNode : {"/dev/hal_misc", "/dev/hal_gpio", "/dev/hal_rmc"}) {
+    for (const char *pcNode :
+         {"/dev/hal_nvram", "/dev/hal_misc", "/dev/hal_gpio", "/dev/hal_rmc"}) {
         EXPECT_TRUE(left_open(j, pcNode).empty()) << pcNode;
     }
 }
 
-// MII and I2C fail only on a negative result, the other nodes on any non-zero one.
-TEST_F(EquDevice, SuccessTestDependsOnTheNode)
+// MII and I2C fail only on a negative result, the other nodes on any non-zero
+// one; a failed nvram read leaves the caller's record as it was.
+TEST_F(EquDevice, SuccessTestsAndFailureMessages)
 {
+    put("fail/ioctl./dev/hal_nvram", "errno=ENOSPC\n");
     for (const char *pcReq : {"misc.0x40608", "misc.0x40609", "misc.0x70106", "gpio.0x40611",
                               "gpio.0x40610", "gpio.0x4061f", "rmc.0x40113"}) {
         put(std::string("fail/ioctl./dev/hal_") + pcReq, "ret=1\n");
@@ -159,13 +141,20 @@ TEST_F(EquDevice, SuccessTestDependsOnTheNode)
     EXPECT_EQ(0u, EQU_I2C_Write(1, 0x48, 0, 5));
     EXPECT_EQ("", GetCapturedStdout());
     u32Val = 7;
+    EQU_ENV_S stEnv{"rtcdate", ""};
     CaptureStdout();
+    EXPECT_EQ(200u, EQU_GetEnvFromFlash(&stEnv));
+    EXPECT_STREQ("", stEnv.szValue);
+    stEnv.szValue[0] = 'x';
+    EXPECT_EQ(200u, EQU_SetEnvToFlash(&stEnv));
     EXPECT_EQ(200, EQU_CPUReg_Read(0x1000, &u32Val));
     EXPECT_EQ(200u, EQU_GPIO_ReadByte(4, 7, &u32Val));
     EXPECT_EQ(200u, EQU_GPIO_SetModeAndWrite(3, 22, 1, 0));
     EXPECT_EQ(200u, EQU_GPIO_WriteByte(3, 22, 0));
     EXPECT_EQ(200u, EQU_SetRmcTestMode(1));
-    EXPECT_EQ("\r\nread cpu reg failed, uiRegAddr 0x1000"
+    EXPECT_EQ("\r\nFailed to get nvram valuee of rtcdate, errno(No space left on device)\n"
+              "\r\nFailed to set nvram value(x) of rtcdate, errno(No space left on device)\n"
+              "\r\nread cpu reg failed, uiRegAddr 0x1000"
               "\r\nget gpio value failed, GpioIdx 4, BitIdx 7"
               "\r\nset gpio mode failed, GpioIdx 3, BitIdx 22,  SetMode 1"
               "\r\nset gpio value failed, GpioIdx 3, BitIdx 22,  Value 0"
@@ -175,7 +164,7 @@ TEST_F(EquDevice, SuccessTestDependsOnTheNode)
     std::string j = journal();
     // Only WriteByte's value request: set-mode-and-write stops at the failed mode.
     EXPECT_EQ(1u, grep(j, "ioctl /dev/hal_gpio 0x40610 ").size());
-    EXPECT_TRUE(left_open(j, "/dev/hal_gpio").empty());
+    EXPECT_TRUE(left_open(j, "/dev/hal_gpio").empty() && left_open(j, "/dev/hal_nvram").empty());
 }
 
 // Each caller's own wording; the reset key's names the remote-control node
@@ -194,7 +183,7 @@ TEST_F(EquDevice, OpenFailureMessages)
     EXPECT_EQ(-1, EQU_CPUReg_Write(0x1000, 1));
     EXPECT_EQ(200u, EQU_GPIO_SetModeAndWrite(3, 22, 1, 1));
     EXPECT_EQ(200u, EQU_SetRmcTestMode(1));
-    type_line("test reset button");
+    typed("test reset button", false);
     EXPECT_EQ("\r\nopen /dev/hal_nvram\n\r\n\r\n Failed to open /dev/hal_misc file \r\n"
               "\r\nopen /dev/hal_misc failed\n\r\nopen /dev/hal_gpio failed\n"
               "\r\nFailed to open /dev/hal_rmc file"
@@ -297,9 +286,9 @@ TEST_F(LedTest, WorkerEndsOnAFailedCycle)
 {
     put("fail/ioctl./dev/hal_gpio.0x40610", "skip=9\ntimes=1\n");
     CaptureStdout();
-    type_line("test led on");
+    typed("test led on", false);
     writes(20);
-    type_line("test led off");  // returns once the failed cycle has ended
+    typed("test led off", false);  // returns once the failed cycle has ended
     EXPECT_EQ(kPass + "\r\nset gpio value failed, GpioIdx 3, BitIdx 24,  Value 0\r\n@"
                       "\r\nsomething wrong with led thread!\r\ntest result:pass\r\n$$",
               GetCapturedStdout());
