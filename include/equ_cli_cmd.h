@@ -99,6 +99,17 @@ inline void CLI_AddPara(CLI_CMD_TEMPLET_S *pT, uint32_t ulNum, const char *pcMar
 {
     CLI_NewCmdElement(pT, ulNum, pcMarker, 0, 0, CLI_VALUE_NONE, pfCheck, nullptr, pstHelp, ulRow);
 }
+// The same with a named help row (HELP_COMM_TEST and the like).
+inline void CLI_AddKey(CLI_CMD_TEMPLET_S *pT, uint32_t ulNum, const char *pcKey,
+                       EQU_HELP_ROW_S stHelp)
+{
+    CLI_AddKey(pT, ulNum, pcKey, stHelp.pstTbl, stHelp.ulRow);
+}
+inline void CLI_AddPara(CLI_CMD_TEMPLET_S *pT, uint32_t ulNum, const char *pcMarker,
+                        CLI_CMD_CHECK_PF pfCheck, EQU_HELP_ROW_S stHelp)
+{
+    CLI_AddPara(pT, ulNum, pcMarker, pfCheck, stHelp.pstTbl, stHelp.ulRow);
+}
 
 // ---- string functions ----
 int CLI_IsdigitString(const char *pcStr);

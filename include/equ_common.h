@@ -1,8 +1,10 @@
 // Common services of the test modules: the board's device nodes (nvram, MDIO,
-// I2C, CPU registers, GPIO, remote-control receiver), shell runs, TFTP
+// I2C, CPU registers, GPIO, remote-control receiver) and the handle every
+// module opens them with, the numeric parameter check, shell runs, TFTP
 // transfer, operator confirmation.
 #pragma once
 #include <cstdint>
+#include <fcntl.h>
 
 #define EQU_OK   0
 #define EQU_FAIL 200
@@ -19,6 +21,56 @@ static_assert(sizeof(EQU_ENV_S) == 5184);
 
 // TFTP server address, set by "set serverip"; in memory only.
 extern char acEquServerip[16];
+
+// ---- board nodes ----
+inline constexpr const char *EQU_DEV_NVRAM = "/dev/hal_nvram";
+inline constexpr const char *EQU_DEV_MISC = "/dev/hal_misc";
+inline constexpr const char *EQU_DEV_GPIO = "/dev/hal_gpio";
+inline constexpr const char *EQU_DEV_RMC = "/dev/hal_rmc";
+inline constexpr const char *EQU_DEV_WATCHDOG = "/dev/hal_watchdog";
+inline constexpr const char *EQU_PROC_WATCHDOG_STATUS = "/proc/watchdog_status";
+
+// Open-failure messages, printed around the node's path.
+struct EQU_OPEN_MSG_S {
+    const char *pcBefore;
+    const char *pcAfter;
+};
+inline constexpr EQU_OPEN_MSG_S EQU_MSG_OPEN_FILE{"\r\nFailed to open ", " file"};
+inline constexpr EQU_OPEN_MSG_S EQU_MSG_OPEN_FAILED{"\r\nopen ", " failed"};
+inline constexpr EQU_OPEN_MSG_S EQU_MSG_OPEN_FAILED_NL{"\r\nopen ", " failed\n"};
+
+// One open board node (or socket): opened by the constructor, which prints
+// the caller's open-failure message, and closed by the destructor, so no
+// return path can forget the close. Requests keep errno for error().
+class EQU_Node {
+  public:
+    // pcShown names the node in the open-failure message when it is not pcPath.
+    EQU_Node(const char *pcPath, const EQU_OPEN_MSG_S &stOpenMsg, int iFlags = O_RDWR,
+             const char *pcShown = nullptr);
+    // Adopts a descriptor opened elsewhere (a socket); -1 is a failed open.
+    explicit EQU_Node(int fd) : m_fd(fd) {}
+    ~EQU_Node();
+    EQU_Node(const EQU_Node &) = delete;
+    EQU_Node &operator=(const EQU_Node &) = delete;
+
+    explicit operator bool() const { return m_fd >= 0; }
+    int fd() const { return m_fd; }
+    // The driver's own result: callers judge it (some nodes fail only below 0).
+    int request(unsigned long ulReq, void *pvRecord);
+    int request(unsigned long ulReq, unsigned long ulPlainArg);
+    const char *error() const;  // text of the last failed request's errno
+    // Gives the descriptor up without closing it; every call site says why.
+    void leak_open() { m_fd = -1; }
+
+  private:
+    int m_fd;
+    int m_iErrno = 0;
+};
+
+// Numeric parameter check: a digit string (a leading '-' only when lo is
+// negative) whose value lies in lo..hi; leading zeros and any length are
+// read, overlong strings are out of range. The value is stored when given.
+bool EQU_InRange(const char *pcText, int32_t lo, int32_t hi, int64_t *plVal = nullptr);
 
 // ---- device access ----
 uint32_t EQU_GetEnvFromFlash(EQU_ENV_S *pstEnv);

@@ -2,6 +2,7 @@
 // table and a row, and the help printer shows the row's text in the language
 // of the line. Chinese texts are GBK bytes.
 #pragma once
+#include <cstdint>
 
 struct EQU_KEY_HELP_INFO_S {
     const char *pcKey;     // keyword or parameter name as shown in help lists
@@ -53,3 +54,48 @@ extern const EQU_KEY_HELP_INFO_S szEquHelpEsata[5];
 extern const EQU_KEY_HELP_INFO_S szEquHelpCpld[4];
 extern const EQU_KEY_HELP_INFO_S szEquHelpSsd[2];
 extern const EQU_KEY_HELP_INFO_S szEquHelpx4tox2[3];
+
+// A help row by name, for registration functions: {table, row}.
+struct EQU_HELP_ROW_S {
+    const EQU_KEY_HELP_INFO_S *pstTbl;
+    uint64_t ulRow;
+};
+
+// Rows of the common table (row 5 is reserved).
+inline constexpr EQU_HELP_ROW_S HELP_COMM_TEST{szEquHelpComm, 0};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_DISPLAY{szEquHelpComm, 1};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_SET{szEquHelpComm, 2};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_GET{szEquHelpComm, 3};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_BOARD_TYPE{szEquHelpComm, 4};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_DELETE{szEquHelpComm, 6};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_FILENAME{szEquHelpComm, 7};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_AUTOTEST{szEquHelpComm, 8};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_PORT_NUM{szEquHelpComm, 9};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_TX_PORT_NUM{szEquHelpComm, 10};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_RX_PORT_NUM{szEquHelpComm, 11};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_INPUT_PORT_NUM{szEquHelpComm, 12};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_OUTPUT_PORT_NUM{szEquHelpComm, 13};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_SLOT{szEquHelpComm, 14};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_DIRECTION{szEquHelpComm, 15};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_OPEN{szEquHelpComm, 16};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_CLOSE{szEquHelpComm, 17};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_OPEN_CLOSE{szEquHelpComm, 18};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_ENABLE{szEquHelpComm, 19};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_DISABLE{szEquHelpComm, 20};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_ENABLE_DISABLE{szEquHelpComm, 21};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_ON_OFF{szEquHelpComm, 22};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_DOWNLOAD{szEquHelpComm, 23};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_UPLOAD{szEquHelpComm, 24};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_INFO{szEquHelpComm, 25};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_CHECK{szEquHelpComm, 26};
+inline constexpr EQU_HELP_ROW_S HELP_COMM_HDMI{szEquHelpComm, 27};
+
+// Rows of the module tables, named after the module and the keyword.
+inline constexpr EQU_HELP_ROW_S HELP_BUTTON{szEquHelpButton, 0};
+inline constexpr EQU_HELP_ROW_S HELP_BUTTON_RESET{szEquHelpButton, 1};
+inline constexpr EQU_HELP_ROW_S HELP_BUTTON_POWERKEY{szEquHelpButton, 2};
+inline constexpr EQU_HELP_ROW_S HELP_BUTTON_TIME{szEquHelpButton, 3};
+inline constexpr EQU_HELP_ROW_S HELP_LED{szEquHelpLed, 0};
+inline constexpr EQU_HELP_ROW_S HELP_LED_OFF{szEquHelpLed, 1};
+inline constexpr EQU_HELP_ROW_S HELP_LED_ON{szEquHelpLed, 2};
+inline constexpr EQU_HELP_ROW_S HELP_WATCHDOG{szEquHelpWatchdog, 0};

@@ -1,13 +1,22 @@
-// Panel key test: "test reset button [secs]" asks the GPIO driver (request
-// 0x40636 on /dev/hal_gpio) whether the reset key is pressed; "test powerkey
-// button [secs]" polls the remote-control driver (request 0x4010D on
-// /dev/hal_rmc) once a second until the key reads pressed. The key's keyword
-// comes before "button" in both commands.
+// Panel key test.
+//
+// Commands (the key's keyword comes before "button"):
+//   test reset button [secs]      installed when the board has a reset key
+//   test powerkey button [secs]   installed when the board has a power key
+// Pass: the key was seen pressed. Fail: the node did not open, a request
+// failed, or (power key) the key was not pressed within secs (default 15).
+// "secs" is 1~255; the reset key accepts it and ignores it.
+//
+// Touches: /dev/hal_gpio request 0x40636 with the plain value 15 (the driver
+// waits for or reports the reset key); /dev/hal_rmc request 0x4010D with a
+// key record for key 21, polled once a second.
+//
+// Kept on purpose:
+// - The reset key's open-failure message names /dev/hal_rmc although
+//   /dev/hal_gpio is opened: operators' scripts match the text as it is.
+// - The reset key request's argument is a plain value, not a record.
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <fcntl.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "equ_board.h"
@@ -35,70 +44,50 @@ static_assert(sizeof(KeyReq) == 12);
 // Polls the key once a second, at most ucMaxSec times.
 uint32_t EQU_ButtonTestSingleKey(uint8_t ucMaxSec, unsigned long ulReq)
 {
-    static const char *const pcDev = "/dev/hal_rmc";
-    int fd = open(pcDev, O_RDWR);
-    if (fd < 0) {
-        printf("\r\nFailed to open %s file", pcDev);
+    EQU_Node node(EQU_DEV_RMC, EQU_MSG_OPEN_FILE);
+    if (!node) {
         return EQU_FAIL;
     }
     KeyReq stReq{ulReq == kPowerKeyReq ? kPowerKeyCode : kKey20Code, 0, 0};
-    bool bPressed = false;
     for (uint32_t i = 0; i < ucMaxSec; i++) {
-        if (ioctl(fd, ulReq, &stReq) != 0) {
-            close(fd);
+        if (node.request(ulReq, &stReq) != 0) {
             printf("\r\nfailed to test single button");
             return EQU_FAIL;
         }
         if (stReq.u32State == 0) {
-            bPressed = true;
-            break;
+            return EQU_OK;
         }
         usleep(1000000);
     }
-    if (!bPressed) {
-        printf("\r\nerror:no press key!");
-    }
-    close(fd);
-    return bPressed ? EQU_OK : EQU_FAIL;
+    printf("\r\nerror:no press key!");
+    return EQU_FAIL;
 }
+
+// ---- validators ----
 
 uint64_t EQU_CmdCheck_MaxTime(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara)
 {
     (void)pstCmdPara;
-    // Accumulated with a cap, so that a long digit string cannot wrap into range.
-    uint32_t u32Val = 0;
-    bool bDigits = pcToken[0] != '\0';
-    for (const char *p = pcToken; *p != '\0'; p++) {
-        if (*p < '0' || *p > '9') {
-            bDigits = false;
-            break;
-        }
-        u32Val = u32Val * 10 + static_cast<uint32_t>(*p - '0');
-        u32Val = u32Val > 255 ? 256 : u32Val;
-    }
-    if (!bDigits || u32Val < 1 || u32Val > 255) {
+    if (!EQU_InRange(pcToken, 1, 255)) {
         printf("\r\ntime can only be 1~255s, please check");
         return EQU_FAIL;
     }
     return EQU_OK;
 }
 
-// The typed time is accepted but not used: the driver decides how long the
-// request waits for the key.
+// ---- handlers ----
+
 uint64_t EQU_Set_ResetButton(CLI_CMD_PARA_S *pstCmdPara)
 {
     (void)pstCmdPara;
-    int fd = open("/dev/hal_gpio", O_RDWR);
-    if (fd < 0) {
-        printf("\r\nFailed to open %s file", "/dev/hal_rmc");
+    EQU_Node node(EQU_DEV_GPIO, EQU_MSG_OPEN_FILE, O_RDWR, EQU_DEV_RMC);
+    if (!node) {
         return EQU_FAIL;
     }
-    if (ioctl(fd, kResetKeyReq, kResetKeyArg) != 0) {
+    if (node.request(kResetKeyReq, kResetKeyArg) != 0) {
         printf("\r\nerror: reset button isn't pressed");
-        close(fd);
         return EQU_FAIL;
     }
-    close(fd);
     return EQU_OK;
 }
 
@@ -117,21 +106,23 @@ uint64_t EQU_CmdProc_PowerButton(CLI_CMD_PARA_S *pstCmdPara)
 
 }  // namespace
 
+// ---- registration ----
+
 void EQU_Cmd_Button(void)
 {
     CLI_CMD_TEMPLET_S *pT = CLI_NewCmdTemplet();
-    CLI_AddKey(pT, 1, "test", szEquHelpComm, 0);
-    CLI_AddKey(pT, 2, "button", szEquHelpButton, 0);
-    CLI_AddKey(pT, 3, "reset", szEquHelpButton, 1);
-    CLI_AddKey(pT, 4, "powerkey", szEquHelpButton, 2);
-    CLI_AddPara(pT, 5, CLI_INTEGER, EQU_CmdCheck_MaxTime, szEquHelpButton, 3);
+    CLI_AddKey(pT, 1, "test", HELP_COMM_TEST);
+    CLI_AddKey(pT, 2, "button", HELP_BUTTON);
+    CLI_AddKey(pT, 3, "reset", HELP_BUTTON_RESET);
+    CLI_AddKey(pT, 4, "powerkey", HELP_BUTTON_POWERKEY);
+    CLI_AddPara(pT, 5, CLI_INTEGER, EQU_CmdCheck_MaxTime, HELP_BUTTON_TIME);
     if (gpstEquBoardDesc->ucResetKey != 0) {
-        CLI_InstallCmd(pT, 5, "$1 $3 $2", EQU_Set_ResetButton);
-        CLI_InstallCmd(pT, 5, "$1 $3 $2 $5", EQU_Set_ResetButton);
+        CLI_InstallCmd(pT, 5, "$1 $3 $2", EQU_Set_ResetButton);     // test reset button
+        CLI_InstallCmd(pT, 5, "$1 $3 $2 $5", EQU_Set_ResetButton);  // test reset button 10
     }
     if (gpstEquBoardDesc->ucPowerKey != 0) {
-        CLI_InstallCmd(pT, 5, "$1 $4 $2", EQU_CmdProc_PowerButton);
-        CLI_InstallCmd(pT, 5, "$1 $4 $2 $5", EQU_CmdProc_PowerButton);
+        CLI_InstallCmd(pT, 5, "$1 $4 $2", EQU_CmdProc_PowerButton);     // test powerkey button
+        CLI_InstallCmd(pT, 5, "$1 $4 $2 $5", EQU_CmdProc_PowerButton);  // test powerkey button 10
     }
     CLI_FreeCmdTemplet(pT, 5);
 }

@@ -1,15 +1,17 @@
 // Common services of the test modules.
 // Device access: /dev/hal_nvram (environment variables), /dev/hal_misc (I2C,
 // CPU registers), /dev/hal_gpio, /dev/hal_rmc, and MII registers through an
-// interface request on a local stream socket. Each call opens its node, issues
-// one private request with a small record and closes the node again, except
-// where a descriptor is deliberately left open (CPU registers on success, I2C
-// write on failure).
+// interface request on a local stream socket. Each call opens its node with
+// an EQU_Node, issues one private request with a small record and lets the
+// handle close the node, except where a descriptor is deliberately left open
+// (CPU registers on success, I2C write on failure: the driver has always been
+// used so). The numeric parameter check of the validators lives here too.
 // Shell services: operator confirmation on standard input, TFTP transfer with
 // BusyBox tftp, shell runs judged by their wait status, a number read from a
 // command's output, file existence; and the board-position keyword.
 #include "equ_common.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
@@ -25,10 +27,9 @@ char acEquServerip[16];
 
 namespace {
 
-constexpr const char *kNvramDev = "/dev/hal_nvram";
-constexpr const char *kMiscDev = "/dev/hal_misc";
-constexpr const char *kGpioDev = "/dev/hal_gpio";
-constexpr const char *kRmcDev = "/dev/hal_rmc";
+// Open-failure messages used by one caller each.
+constexpr EQU_OPEN_MSG_S kMsgOpenBare{"\r\nopen ", "\n"};
+constexpr EQU_OPEN_MSG_S kMsgOpenI2c{"\r\n\r\n Failed to open ", " file \r\n"};
 
 // The drivers' private request numbers; they do not follow the _IOC encoding.
 constexpr unsigned long kNvramGet = 0x40614;
@@ -89,11 +90,10 @@ static_assert(sizeof(RmcReq) == 8);
 
 static_assert(offsetof(EQU_ENV_S, szValue) == 64);
 
-uint32_t nvramCall(unsigned long ulReq, EQU_ENV_S *pstEnv)
+uint32_t nvram_call(unsigned long ulReq, EQU_ENV_S *pstEnv)
 {
-    int fd = open(kNvramDev, O_RDWR);
-    if (fd < 0) {
-        printf("\r\nopen %s\n", kNvramDev);
+    EQU_Node node(EQU_DEV_NVRAM, kMsgOpenBare);
+    if (!node) {
         return EQU_FAIL;
     }
     // The driver works on our own copy, so a failed read cannot disturb the
@@ -104,194 +104,47 @@ uint32_t nvramCall(unsigned long ulReq, EQU_ENV_S *pstEnv)
     if (ulReq == kNvramSet) {
         memcpy(stReq.szValue, pstEnv->szValue, sizeof(stReq.szValue) - 1);
     }
-    int iRet = ioctl(fd, ulReq, &stReq);
-    int iErr = errno;
-    if (iRet != 0) {
+    if (node.request(ulReq, &stReq) != 0) {
         if (ulReq == kNvramSet) {
             printf("\r\nFailed to set nvram value(%s) of %s, errno(%s)\n", stReq.szValue,
-                   stReq.szName, strerror(iErr));
+                   stReq.szName, node.error());
         } else {
-            printf("\r\nFailed to get nvram valuee of %s, errno(%s)\n", stReq.szName,
-                   strerror(iErr));
+            printf("\r\nFailed to get nvram valuee of %s, errno(%s)\n", stReq.szName, node.error());
         }
-        close(fd);
         return EQU_FAIL;
     }
     if (ulReq == kNvramGet) {
         memcpy(pstEnv->szValue, stReq.szValue, sizeof(stReq.szValue));
         pstEnv->szValue[sizeof(pstEnv->szValue) - 1] = '\0';
     }
-    close(fd);
     return EQU_OK;
 }
 
-// Returns the socket, or -1 after the message.
-int miiOpen(uint32_t u32EthIdx, uint32_t u32PhyAddr, uint32_t u32Reg, MiiReq *pstReq)
+MiiReq mii_req(uint32_t u32EthIdx, uint32_t u32PhyAddr, uint32_t u32Reg)
 {
-    int sock = socket(1, 1, 0);  // AF_UNIX, SOCK_STREAM: only the name routes the request
+    MiiReq stReq;
+    memset(&stReq, 0, sizeof(stReq));
+    snprintf(stReq.szName, sizeof(stReq.szName), "eth%u", u32EthIdx);
+    stReq.u16PhyId = static_cast<uint16_t>(u32PhyAddr);
+    stReq.u16RegNum = static_cast<uint16_t>(u32Reg);
+    return stReq;
+}
+
+// Only the interface name routes an MII request, so any local socket will do.
+int mii_socket(void)
+{
+    int sock = socket(AF_UNIX, SOCK_STREAM, 0);
     if (sock < 0) {
         printf("\r\nopen socket failed! [%s]", strerror(errno));
-        return -1;
     }
-    memset(pstReq, 0, sizeof(*pstReq));
-    snprintf(pstReq->szName, sizeof(pstReq->szName), "eth%u", u32EthIdx);
-    pstReq->u16PhyId = static_cast<uint16_t>(u32PhyAddr);
-    pstReq->u16RegNum = static_cast<uint16_t>(u32Reg);
     return sock;
 }
 
-int gpioOpen(void)
-{
-    int fd = open(kGpioDev, O_RDWR);
-    if (fd < 0) {
-        printf("\r\nopen %s failed\n", kGpioDev);
-    }
-    return fd;
-}
-
-}  // namespace
-
-uint32_t EQU_GetEnvFromFlash(EQU_ENV_S *pstEnv)
-{
-    return nvramCall(kNvramGet, pstEnv);
-}
-
-uint32_t EQU_SetEnvToFlash(EQU_ENV_S *pstEnv)
-{
-    return nvramCall(kNvramSet, pstEnv);
-}
-
-uint32_t EQU_Mdio_Read(uint32_t u32EthIdx, uint32_t u32PhyAddr, uint32_t u32Reg, uint32_t *pu32Val)
-{
-    MiiReq stReq;
-    int sock = miiOpen(u32EthIdx, u32PhyAddr, u32Reg, &stReq);
-    if (sock < 0) {
-        return EQU_FAIL;
-    }
-    if (ioctl(sock, kMiiRead, &stReq) < 0) {
-        printf("\r\nfailed read mdio [0x%x:0x%x]%s", u32PhyAddr, u32Reg, strerror(errno));
-        close(sock);
-        return EQU_FAIL;
-    }
-    *pu32Val = stReq.u16ValOut;
-    close(sock);
-    return EQU_OK;
-}
-
-uint32_t EQU_Mdio_Write(uint32_t u32EthIdx, uint32_t u32PhyAddr, uint32_t u32Reg, uint32_t u32Val)
-{
-    MiiReq stReq;
-    int sock = miiOpen(u32EthIdx, u32PhyAddr, u32Reg, &stReq);
-    if (sock < 0) {
-        return EQU_FAIL;
-    }
-    stReq.u16ValIn = static_cast<uint16_t>(u32Val);
-    if (ioctl(sock, kMiiWrite, &stReq) < 0) {
-        printf("\r\nfailed write mdio [0x%x:0x%x:0x%x]%s", u32PhyAddr, u32Reg, u32Val,
-               strerror(errno));
-        close(sock);
-        return EQU_FAIL;
-    }
-    close(sock);
-    return EQU_OK;
-}
-
-uint32_t EQU_I2C_Read(uint8_t ucBus, uint8_t ucDevAddr, uint8_t ucReg, uint32_t u32Len,
-                      uint32_t *pu32Val)
-{
-    int fd = open(kMiscDev, O_RDWR);
-    if (fd < 0) {
-        printf("\r\n\r\n Failed to open %s file \r\n", kMiscDev);
-        return EQU_FAIL;
-    }
-    I2cReq stReq{ucBus, ucDevAddr, ucReg, 0, 0, u32Len};
-    if (ioctl(fd, kI2cRead, &stReq) < 0) {
-        printf("\r\nFailed to read i2c device:%x:%x %s\n", ucDevAddr, ucReg, strerror(errno));
-        close(fd);
-        return EQU_FAIL;
-    }
-    *pu32Val = stReq.u32Data;
-    close(fd);
-    return EQU_OK;
-}
-
-// The node stays open when the write fails; the driver has always been used
-// this way and the chip check runs it only a few times per session.
-uint32_t EQU_I2C_Write(uint8_t ucBus, uint8_t ucDevAddr, uint8_t ucReg, uint32_t u32Val)
-{
-    int fd = open(kMiscDev, O_RDWR);
-    if (fd < 0) {
-        printf("\r\n\r\n Failed to open %s file \r\n", kMiscDev);
-        return EQU_FAIL;
-    }
-    I2cReq stReq{ucBus, ucDevAddr, ucReg, 0, u32Val, 1};
-    if (ioctl(fd, kI2cWrite, &stReq) < 0) {
-        printf("\r\n\r\nFailed to write i2c device:%x:%x %s", ucDevAddr, ucReg, strerror(errno));
-        return EQU_FAIL;
-    }
-    close(fd);
-    return EQU_OK;
-}
-
-// Both register calls keep the node open after a successful request.
-int32_t EQU_CPUReg_Read(uint32_t u32RegAddr, uint32_t *pu32Val)
-{
-    int fd = open(kMiscDev, O_RDWR);
-    if (fd < 0) {
-        printf("\r\nopen %s failed\n", kMiscDev);
-        return -1;
-    }
-    CpuRegReq stReq{u32RegAddr, 0};
-    if (ioctl(fd, kCpuRegRead, &stReq) != 0) {
-        printf("\r\nread cpu reg failed, uiRegAddr 0x%x", u32RegAddr);
-        close(fd);
-        return EQU_FAIL;
-    }
-    *pu32Val = stReq.u32Val;
-    return EQU_OK;
-}
-
-int32_t EQU_CPUReg_Write(uint32_t u32RegAddr, uint32_t u32Val)
-{
-    int fd = open(kMiscDev, O_RDWR);
-    if (fd < 0) {
-        printf("\r\nopen %s failed\n", kMiscDev);
-        return -1;
-    }
-    CpuRegReq stReq{u32RegAddr, u32Val};
-    if (ioctl(fd, kCpuRegWrite, &stReq) != 0) {
-        printf("\r\nread cpu reg failed, uiRegAddr 0x%x, uiRegVal 0x%x", u32RegAddr, u32Val);
-        close(fd);
-        return EQU_FAIL;
-    }
-    return EQU_OK;
-}
-
-uint32_t EQU_GPIO_ReadByte(uint32_t u32Group, uint32_t u32Bit, uint32_t *pu32Val)
-{
-    int fd = gpioOpen();
-    if (fd < 0) {
-        return EQU_FAIL;
-    }
-    GpioReq stReq{u32Group, u32Bit, 0};
-    if (ioctl(fd, kGpioRead, &stReq) != 0) {
-        printf("\r\nget gpio value failed, GpioIdx %d, BitIdx %d", u32Group, u32Bit);
-        close(fd);
-        return EQU_FAIL;
-    }
-    *pu32Val = stReq.u32Val;
-    close(fd);
-    return EQU_OK;
-}
-
-namespace {
-
-// The two GPIO requests on an open descriptor, with their messages; the
-// caller closes the descriptor on either result.
-uint32_t gpioWriteOn(int fd, uint32_t u32Group, uint32_t u32Bit, uint32_t u32Val)
+// The two GPIO requests on an open node, with their messages.
+uint32_t gpio_write_on(EQU_Node &node, uint32_t u32Group, uint32_t u32Bit, uint32_t u32Val)
 {
     GpioReq stReq{u32Group, u32Bit, u32Val};
-    if (ioctl(fd, kGpioWrite, &stReq) != 0) {
+    if (node.request(kGpioWrite, &stReq) != 0) {
         printf("\r\nset gpio value failed, GpioIdx %d, BitIdx %d,  Value %d", u32Group, u32Bit,
                u32Val);
         return EQU_FAIL;
@@ -299,10 +152,10 @@ uint32_t gpioWriteOn(int fd, uint32_t u32Group, uint32_t u32Bit, uint32_t u32Val
     return EQU_OK;
 }
 
-uint32_t gpioModeOn(int fd, uint32_t u32Group, uint32_t u32Bit, uint32_t u32Mode)
+uint32_t gpio_mode_on(EQU_Node &node, uint32_t u32Group, uint32_t u32Bit, uint32_t u32Mode)
 {
     GpioReq stReq{u32Group, u32Bit, u32Mode};
-    if (ioctl(fd, kGpioMode, &stReq) != 0) {
+    if (node.request(kGpioMode, &stReq) != 0) {
         printf("\r\nset gpio mode failed, GpioIdx %d, BitIdx %d,  SetMode %d", u32Group, u32Bit,
                u32Mode);
         return EQU_FAIL;
@@ -312,57 +165,232 @@ uint32_t gpioModeOn(int fd, uint32_t u32Group, uint32_t u32Bit, uint32_t u32Mode
 
 }  // namespace
 
-uint32_t EQU_GPIO_WriteByte(uint32_t u32Group, uint32_t u32Bit, uint32_t u32Val)
+EQU_Node::EQU_Node(const char *pcPath, const EQU_OPEN_MSG_S &stOpenMsg, int iFlags,
+                   const char *pcShown)
+    : m_fd(open(pcPath, iFlags))
 {
-    int fd = gpioOpen();
-    if (fd < 0) {
+    if (m_fd < 0) {
+        printf("%s%s%s", stOpenMsg.pcBefore, pcShown != nullptr ? pcShown : pcPath,
+               stOpenMsg.pcAfter);
+    }
+}
+
+EQU_Node::~EQU_Node()
+{
+    if (m_fd >= 0) {
+        close(m_fd);
+    }
+}
+
+int EQU_Node::request(unsigned long ulReq, void *pvRecord)
+{
+    int iRet = ioctl(m_fd, ulReq, pvRecord);
+    m_iErrno = errno;
+    return iRet;
+}
+
+int EQU_Node::request(unsigned long ulReq, unsigned long ulPlainArg)
+{
+    int iRet = ioctl(m_fd, ulReq, ulPlainArg);
+    m_iErrno = errno;
+    return iRet;
+}
+
+const char *EQU_Node::error() const
+{
+    return strerror(m_iErrno);
+}
+
+bool EQU_InRange(const char *pcText, int32_t lo, int32_t hi, int64_t *plVal)
+{
+    const char *p = pcText;
+    bool bNeg = lo < 0 && *p == '-';
+    p += bNeg ? 1 : 0;
+    if (*p == '\0') {
+        return false;
+    }
+    // Capped as it accumulates, so that a long digit string cannot wrap into range.
+    constexpr int64_t kCap = int64_t{1} << 32;
+    int64_t lMag = 0;
+    for (; *p != '\0'; p++) {
+        if (*p < '0' || *p > '9') {
+            return false;
+        }
+        lMag = std::min(lMag * 10 + (*p - '0'), kCap);
+    }
+    int64_t lVal = bNeg ? -lMag : lMag;
+    if (lVal < lo || lVal > hi) {
+        return false;
+    }
+    if (plVal != nullptr) {
+        *plVal = lVal;
+    }
+    return true;
+}
+
+uint32_t EQU_GetEnvFromFlash(EQU_ENV_S *pstEnv)
+{
+    return nvram_call(kNvramGet, pstEnv);
+}
+
+uint32_t EQU_SetEnvToFlash(EQU_ENV_S *pstEnv)
+{
+    return nvram_call(kNvramSet, pstEnv);
+}
+
+uint32_t EQU_Mdio_Read(uint32_t u32EthIdx, uint32_t u32PhyAddr, uint32_t u32Reg, uint32_t *pu32Val)
+{
+    EQU_Node sock(mii_socket());
+    if (!sock) {
         return EQU_FAIL;
     }
-    uint32_t u32Ret = gpioWriteOn(fd, u32Group, u32Bit, u32Val);
-    close(fd);
-    return u32Ret;
+    MiiReq stReq = mii_req(u32EthIdx, u32PhyAddr, u32Reg);
+    if (sock.request(kMiiRead, &stReq) < 0) {
+        printf("\r\nfailed read mdio [0x%x:0x%x]%s", u32PhyAddr, u32Reg, sock.error());
+        return EQU_FAIL;
+    }
+    *pu32Val = stReq.u16ValOut;
+    return EQU_OK;
+}
+
+uint32_t EQU_Mdio_Write(uint32_t u32EthIdx, uint32_t u32PhyAddr, uint32_t u32Reg, uint32_t u32Val)
+{
+    EQU_Node sock(mii_socket());
+    if (!sock) {
+        return EQU_FAIL;
+    }
+    MiiReq stReq = mii_req(u32EthIdx, u32PhyAddr, u32Reg);
+    stReq.u16ValIn = static_cast<uint16_t>(u32Val);
+    if (sock.request(kMiiWrite, &stReq) < 0) {
+        printf("\r\nfailed write mdio [0x%x:0x%x:0x%x]%s", u32PhyAddr, u32Reg, u32Val,
+               sock.error());
+        return EQU_FAIL;
+    }
+    return EQU_OK;
+}
+
+uint32_t EQU_I2C_Read(uint8_t ucBus, uint8_t ucDevAddr, uint8_t ucReg, uint32_t u32Len,
+                      uint32_t *pu32Val)
+{
+    EQU_Node node(EQU_DEV_MISC, kMsgOpenI2c);
+    if (!node) {
+        return EQU_FAIL;
+    }
+    I2cReq stReq{ucBus, ucDevAddr, ucReg, 0, 0, u32Len};
+    if (node.request(kI2cRead, &stReq) < 0) {
+        printf("\r\nFailed to read i2c device:%x:%x %s\n", ucDevAddr, ucReg, node.error());
+        return EQU_FAIL;
+    }
+    *pu32Val = stReq.u32Data;
+    return EQU_OK;
+}
+
+uint32_t EQU_I2C_Write(uint8_t ucBus, uint8_t ucDevAddr, uint8_t ucReg, uint32_t u32Val)
+{
+    EQU_Node node(EQU_DEV_MISC, kMsgOpenI2c);
+    if (!node) {
+        return EQU_FAIL;
+    }
+    I2cReq stReq{ucBus, ucDevAddr, ucReg, 0, u32Val, 1};
+    if (node.request(kI2cWrite, &stReq) < 0) {
+        printf("\r\n\r\nFailed to write i2c device:%x:%x %s", ucDevAddr, ucReg, node.error());
+        // The driver has always been used this way; the chip check fails only a few times.
+        node.leak_open();
+        return EQU_FAIL;
+    }
+    return EQU_OK;
+}
+
+namespace {
+
+// -1 when the node does not open (the register callers' own code), 200 when
+// the request fails; the caller prints that failure.
+int32_t cpu_reg_call(unsigned long ulReq, CpuRegReq *pstReq)
+{
+    EQU_Node node(EQU_DEV_MISC, EQU_MSG_OPEN_FAILED_NL);
+    if (!node) {
+        return -1;
+    }
+    if (node.request(ulReq, pstReq) != 0) {
+        return EQU_FAIL;
+    }
+    // The register driver has always been left open after a good request.
+    node.leak_open();
+    return EQU_OK;
+}
+
+}  // namespace
+
+int32_t EQU_CPUReg_Read(uint32_t u32RegAddr, uint32_t *pu32Val)
+{
+    CpuRegReq stReq{u32RegAddr, 0};
+    int32_t iRet = cpu_reg_call(kCpuRegRead, &stReq);
+    if (iRet == EQU_FAIL) {
+        printf("\r\nread cpu reg failed, uiRegAddr 0x%x", u32RegAddr);
+    } else if (iRet == EQU_OK) {
+        *pu32Val = stReq.u32Val;
+    }
+    return iRet;
+}
+
+int32_t EQU_CPUReg_Write(uint32_t u32RegAddr, uint32_t u32Val)
+{
+    CpuRegReq stReq{u32RegAddr, u32Val};
+    int32_t iRet = cpu_reg_call(kCpuRegWrite, &stReq);
+    if (iRet == EQU_FAIL) {
+        printf("\r\nread cpu reg failed, uiRegAddr 0x%x, uiRegVal 0x%x", u32RegAddr, u32Val);
+    }
+    return iRet;
+}
+
+uint32_t EQU_GPIO_ReadByte(uint32_t u32Group, uint32_t u32Bit, uint32_t *pu32Val)
+{
+    EQU_Node node(EQU_DEV_GPIO, EQU_MSG_OPEN_FAILED_NL);
+    if (!node) {
+        return EQU_FAIL;
+    }
+    GpioReq stReq{u32Group, u32Bit, 0};
+    if (node.request(kGpioRead, &stReq) != 0) {
+        printf("\r\nget gpio value failed, GpioIdx %d, BitIdx %d", u32Group, u32Bit);
+        return EQU_FAIL;
+    }
+    *pu32Val = stReq.u32Val;
+    return EQU_OK;
+}
+
+uint32_t EQU_GPIO_WriteByte(uint32_t u32Group, uint32_t u32Bit, uint32_t u32Val)
+{
+    EQU_Node node(EQU_DEV_GPIO, EQU_MSG_OPEN_FAILED_NL);
+    return node ? gpio_write_on(node, u32Group, u32Bit, u32Val) : EQU_FAIL;
 }
 
 uint32_t EQU_GPIO_SetMode(uint32_t u32Group, uint32_t u32Bit, uint32_t u32Mode)
 {
-    int fd = gpioOpen();
-    if (fd < 0) {
-        return EQU_FAIL;
-    }
-    uint32_t u32Ret = gpioModeOn(fd, u32Group, u32Bit, u32Mode);
-    close(fd);
-    return u32Ret;
+    EQU_Node node(EQU_DEV_GPIO, EQU_MSG_OPEN_FAILED_NL);
+    return node ? gpio_mode_on(node, u32Group, u32Bit, u32Mode) : EQU_FAIL;
 }
 
 uint32_t EQU_GPIO_SetModeAndWrite(uint32_t u32Group, uint32_t u32Bit, uint32_t u32Mode,
                                   uint32_t u32Val)
 {
-    int fd = gpioOpen();
-    if (fd < 0) {
+    EQU_Node node(EQU_DEV_GPIO, EQU_MSG_OPEN_FAILED_NL);
+    if (!node || gpio_mode_on(node, u32Group, u32Bit, u32Mode) != EQU_OK) {
         return EQU_FAIL;
     }
-    uint32_t u32Ret = gpioModeOn(fd, u32Group, u32Bit, u32Mode);
-    if (u32Ret == EQU_OK) {
-        u32Ret = gpioWriteOn(fd, u32Group, u32Bit, u32Val);
-    }
-    close(fd);
-    return u32Ret;
+    return gpio_write_on(node, u32Group, u32Bit, u32Val);
 }
 
 uint32_t EQU_SetRmcTestMode(uint32_t u32Mode)
 {
-    int fd = open(kRmcDev, O_RDWR);
-    if (fd < 0) {
-        printf("\r\nFailed to open %s file", kRmcDev);
+    EQU_Node node(EQU_DEV_RMC, EQU_MSG_OPEN_FILE);
+    if (!node) {
         return EQU_FAIL;
     }
     RmcReq stReq{u32Mode, 0};
-    if (ioctl(fd, kRmcMode, &stReq) != 0) {
+    if (node.request(kRmcMode, &stReq) != 0) {
         printf("\r\nFailed to set rmc to equtest mode");
-        close(fd);
         return EQU_FAIL;
     }
-    close(fd);
     return EQU_OK;
 }
 
@@ -381,7 +409,7 @@ void EQU_Print_Bit(uint8_t ucVal, uint8_t ucWidth)
 
 namespace {
 
-void eraseLast(void)
+void erase_last(void)
 {
     printf("\b \b");
 }
@@ -412,14 +440,14 @@ int EQU_CheckYesInput(void)
         if (c == '\b' || c == 127) {
             if (n > 0) {
                 acBuf[--n] = '\0';
-                eraseLast();
+                erase_last();
             }
         } else if (isprint(c)) {
             printf("%c", c);
             if (n < sizeof(acBuf) - 1) {
                 acBuf[n++] = static_cast<char>(c);
             } else {
-                eraseLast();
+                erase_last();
             }
         }
         fflush(stdout);
