@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -19,10 +20,7 @@
 
 namespace {
 
-struct cli_def *g_pstCli = nullptr;   // runs typed lines
-struct cli_def *g_pstLoop = nullptr;  // answers "?" in its own loop
-int g_aiSock[2] = {-1, -1};
-std::thread g_thLoop;
+struct cli_def *g_pstCli = nullptr;
 std::map<std::string, struct cli_command *> g_mapCommands;
 std::map<struct cli_command *, size_t> g_mapSlots;
 
@@ -118,58 +116,46 @@ struct cli_def *bench_new_tree()
     return pstCli;
 }
 
-// Sends keys to the loop and reads its answer up to the given number of
-// prompts ("#" appears in nothing else the loop writes).
-void bench_exchange(const std::string &strKeys, int iPrompts)
+// Time per round of libcli's own loop over keys typed ahead: one thread types
+// every round and then "quit", another reads what the loop writes, and the
+// loop runs here, so the timing holds no hand-over between rounds.
+double bench_loop_ns(const std::string &strRound, long lRounds)
 {
-    if (write(g_aiSock[0], strKeys.data(), strKeys.size()) < 0) {
-        return;
-    }
-    char acBuf[4096];
-    while (iPrompts > 0) {
-        ssize_t lGot = read(g_aiSock[0], acBuf, sizeof(acBuf));
-        if (lGot <= 0) {
-            return;
-        }
-        iPrompts -= static_cast<int>(std::count(acBuf, acBuf + lGot, '#'));
-    }
-}
-
-// Prompts the loop writes for the keys, counted once after it has settled.
-int bench_prompts_for(const std::string &strKeys)
-{
-    if (write(g_aiSock[0], strKeys.data(), strKeys.size()) < 0) {
+    struct cli_def *pstCli = bench_new_tree();
+    cli_telnet_protocol(pstCli, 0);
+    int aiSock[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, aiSock) != 0) {
         return 0;
     }
-    usleep(100000);
-    int iPrompts = 0;
-    char acBuf[4096];
-    for (ssize_t lGot; (lGot = recv(g_aiSock[0], acBuf, sizeof(acBuf), MSG_DONTWAIT)) > 0;) {
-        iPrompts += static_cast<int>(std::count(acBuf, acBuf + lGot, '#'));
+    std::string strKeys;
+    for (long i = 0; i < lRounds; i++) {
+        strKeys += strRound;
     }
-    return iPrompts;
-}
-
-void bench_start_loop()
-{
-    g_pstLoop = bench_new_tree();
-    cli_telnet_protocol(g_pstLoop, 0);
-    cli_set_hostname(g_pstLoop, "B");
-    cli_set_promptchar(g_pstLoop, "#");
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, g_aiSock) != 0) {
-        return;
-    }
-    g_thLoop = std::thread([] { cli_loop(g_pstLoop, g_aiSock[1]); });
-    bench_prompts_for("\r");
-}
-
-void bench_stop_loop()
-{
-    if (g_thLoop.joinable()) {
-        shutdown(g_aiSock[0], SHUT_RDWR);
-        g_thLoop.join();
-        close(g_aiSock[0]);
-    }
+    strKeys += "quit\r";
+    std::thread thType([&] {
+        for (size_t ulDone = 0; ulDone < strKeys.size();) {
+            ssize_t lPut = write(aiSock[0], strKeys.data() + ulDone, strKeys.size() - ulDone);
+            if (lPut <= 0) {
+                return;
+            }
+            ulDone += static_cast<size_t>(lPut);
+        }
+    });
+    std::thread thRead([&] {
+        char acBuf[1 << 16];
+        while (read(aiSock[0], acBuf, sizeof(acBuf)) > 0) {
+        }
+    });
+    auto tStart = std::chrono::steady_clock::now();
+    cli_loop(pstCli, aiSock[1]);
+    std::chrono::duration<double, std::nano> dNs = std::chrono::steady_clock::now() - tStart;
+    shutdown(aiSock[1], SHUT_RDWR);
+    thType.join();
+    thRead.join();
+    close(aiSock[0]);
+    close(aiSock[1]);
+    cli_done(pstCli);
+    return dNs.count() / static_cast<double>(lRounds);
 }
 
 }  // namespace
@@ -177,8 +163,6 @@ void bench_stop_loop()
 bool bench_libcli_build()
 {
     g_pstCli = bench_new_tree();
-    bench_start_loop();
-    atexit(bench_stop_loop);
     return true;
 }
 
@@ -187,15 +171,18 @@ void bench_libcli_run(const char *pcLine)
     cli_run_command(g_pstCli, pcLine);
 }
 
-// libcli answers "?" only in its interactive loop, as a key: the line with
-// "?" is typed, then cleared (Ctrl-U) and Enter closes the round.
-void bench_libcli_help(const char *pcLine)
+// libcli answers "?" only as a key typed in its loop: the key's own cost is
+// a round of the line with "?" (then Ctrl-U to clear it) less the same
+// round without the "?", each the best of a few tries of many rounds.
+double bench_libcli_help_ns(const char *pcLine)
 {
-    static std::string s_strLine;
-    static int s_iPrompts = 0;
-    if (s_strLine != pcLine) {
-        s_strLine = pcLine;
-        s_iPrompts = bench_prompts_for(s_strLine + "\x15\r");
+    std::string strWithout(pcLine);
+    strWithout.pop_back();
+    double dWith = 1e300;
+    double dWithout = 1e300;
+    for (int iTry = 0; iTry < 5; iTry++) {
+        dWith = std::min(dWith, bench_loop_ns(std::string(pcLine) + "\x15", 2000));
+        dWithout = std::min(dWithout, bench_loop_ns(strWithout + "\x15", 2000));
     }
-    bench_exchange(s_strLine + "\x15\r", s_iPrompts);
+    return dWith - dWithout;
 }

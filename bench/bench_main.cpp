@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
-#include <string>
 #include <unistd.h>
 
 #include "bench_tree.h"
@@ -17,7 +17,10 @@ bool bench_libcli_build()
     return false;
 }
 void bench_libcli_run(const char *) {}
-void bench_libcli_help(const char *) {}
+double bench_libcli_help_ns(const char *)
+{
+    return 0;
+}
 #endif
 
 namespace {
@@ -51,23 +54,22 @@ double bench_ns_per_line(void (*pfRun)(const char *), const char *pcLine)
     return dBest;
 }
 
-// libcli's "?" is timed in its loop: the key's own cost is the round with it
-// less the same round without it.
 double bench_libcli_ns(const BenchCase &stCase)
 {
     if (stCase.enLibcli == BENCH_LIBCLI_RUN) {
         return bench_ns_per_line(bench_libcli_run, stCase.pcLine);
     }
-    std::string strBase(stCase.pcLine);
-    strBase.pop_back();
-    double dWith = bench_ns_per_line(bench_libcli_help, stCase.pcLine);
-    return dWith - bench_ns_per_line(bench_libcli_help, strBase.c_str());
+    return bench_libcli_help_ns(stCase.pcLine);
 }
 
 }  // namespace
 
-int main()
+// Optional arguments, for profiling: a part of a case's name, then
+// "engine" to leave libcli out.
+int main(int argc, char **argv)
 {
+    const char *pcOnly = argc > 1 ? argv[1] : "";
+    bool bEngineOnly = argc > 2 && strcmp(argv[2], "engine") == 0;
     setvbuf(stdout, g_acOutBuf, _IOFBF, sizeof(g_acOutBuf));
     int iTable = dup(STDOUT_FILENO);
     FILE *pstTable = fdopen(iTable, "w");
@@ -78,9 +80,12 @@ int main()
     }
     close(iNull);
     bench_engine_build();
-    bool bLibcli = bench_libcli_build();
+    bool bLibcli = !bEngineOnly && bench_libcli_build();
     fprintf(pstTable, "%-22s %12s %12s %8s\n", "case", "engine ns", "libcli ns", "ratio");
     for (const BenchCase &stCase : bench_cases()) {
+        if (strstr(stCase.pcName, pcOnly) == nullptr) {
+            continue;
+        }
         double dEngine = bench_ns_per_line(bench_engine_run, stCase.pcLine);
         fprintf(pstTable, "%-22s %12.0f", stCase.pcName, dEngine);
         if (bLibcli && stCase.enLibcli != BENCH_LIBCLI_NONE) {

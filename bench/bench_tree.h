@@ -90,4 +90,4 @@ void bench_engine_build();
 void bench_engine_run(const char *pcLine);
 bool bench_libcli_build();  // false when the benchmark was built without libcli
 void bench_libcli_run(const char *pcLine);
-void bench_libcli_help(const char *pcLine);
+double bench_libcli_help_ns(const char *pcLine);  // the line ends in "?"

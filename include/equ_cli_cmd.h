@@ -21,6 +21,7 @@
 
 struct CLI_CMD_NODE_S;
 struct CLI_CMD_PARA_S;
+struct CLI_LEVEL_INDEX_S;
 
 // What a node accepts, fixed from its keyword when the element is made, so
 // that parsing never compares keyword texts with the slot markers.
@@ -58,6 +59,9 @@ struct CLI_CMD_NODE_S {
     CLI_CMD_NODE_S *pstBrother;
     CLI_CMD_NODE_S *pstSon;
     CLI_NODE_KIND_E enKind;
+    // On the first node of a level with several nodes: the level's lookup
+    // index, kept by CLI_AddInBrotherCmd and freed with the node.
+    CLI_LEVEL_INDEX_S *pstLevelIndex;
 };
 typedef CLI_CMD_NODE_S CLI_CMD_ELEMENT_S;
 

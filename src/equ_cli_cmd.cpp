@@ -146,6 +146,79 @@ bool tree_rule_names_elements(CLI_CMD_TEMPLET_S *pTotalCmdVec, const int64_t *pl
     return true;
 }
 
+}  // namespace
+
+// The first bytes of a level's keywords side by side, so that a word is
+// matched without visiting every sibling, and the level's first slot of
+// each kind.
+struct CLI_LEVEL_INDEX_S {
+    size_t ulCount;
+    size_t ulCap;
+    char *pcInitial;
+    CLI_CMD_NODE_S **ppstNode;
+    CLI_CMD_NODE_S *apstSlot[3];  // by CLI_NODE_KIND_E; the keyword entry is unused
+};
+
+namespace {
+
+bool tree_index_add(CLI_LEVEL_INDEX_S *pstIndex, CLI_CMD_NODE_S *pstNode)
+{
+    if (pstIndex->ulCount == pstIndex->ulCap) {
+        size_t ulCap = pstIndex->ulCap == 0 ? 8 : pstIndex->ulCap * 2;
+        auto *pcInitial = static_cast<char *>(realloc(pstIndex->pcInitial, ulCap));
+        if (pcInitial == nullptr) {
+            return false;
+        }
+        pstIndex->pcInitial = pcInitial;
+        auto *ppstNode = static_cast<CLI_CMD_NODE_S **>(
+            realloc(pstIndex->ppstNode, ulCap * sizeof(CLI_CMD_NODE_S *)));
+        if (ppstNode == nullptr) {
+            return false;
+        }
+        pstIndex->ppstNode = ppstNode;
+        pstIndex->ulCap = ulCap;
+    }
+    pstIndex->pcInitial[pstIndex->ulCount] = pstNode->szKey[0];
+    pstIndex->ppstNode[pstIndex->ulCount++] = pstNode;
+    if (pstIndex->apstSlot[pstNode->enKind] == nullptr) {
+        pstIndex->apstSlot[pstNode->enKind] = pstNode;
+    }
+    return true;
+}
+
+void tree_index_free(CLI_CMD_NODE_S *pstFirst)
+{
+    CLI_LEVEL_INDEX_S *pstIndex = pstFirst->pstLevelIndex;
+    if (pstIndex != nullptr) {
+        free(pstIndex->pcInitial);
+        free(pstIndex->ppstNode);
+        free(pstIndex);
+        pstFirst->pstLevelIndex = nullptr;
+    }
+}
+
+// Adds the nodes appended since the index was last brought up to date.
+// Without memory the level simply goes without an index.
+void tree_index_extend(CLI_CMD_NODE_S *pstFirst)
+{
+    CLI_LEVEL_INDEX_S *pstIndex = pstFirst->pstLevelIndex;
+    if (pstIndex == nullptr) {
+        pstIndex = static_cast<CLI_LEVEL_INDEX_S *>(calloc(1, sizeof(CLI_LEVEL_INDEX_S)));
+        if (pstIndex == nullptr) {
+            return;
+        }
+        pstFirst->pstLevelIndex = pstIndex;
+    }
+    CLI_CMD_NODE_S *pstNode =
+        pstIndex->ulCount == 0 ? pstFirst : pstIndex->ppstNode[pstIndex->ulCount - 1]->pstBrother;
+    for (; pstNode != nullptr; pstNode = pstNode->pstBrother) {
+        if (!tree_index_add(pstIndex, pstNode)) {
+            tree_index_free(pstFirst);
+            return;
+        }
+    }
+}
+
 CLI_NODE_KIND_E tree_kind_of(const char *pcKey)
 {
     if (strcmp(pcKey, CLI_INTEGER) == 0) {
@@ -161,6 +234,7 @@ CLI_CMD_NODE_S *tree_copy_element(const CLI_CMD_ELEMENT_S *pstElement)
         memcpy(pstNode, pstElement, sizeof(*pstNode));
         pstNode->pstBrother = nullptr;
         pstNode->pstSon = nullptr;
+        pstNode->pstLevelIndex = nullptr;
     }
     return pstNode;
 }
@@ -277,6 +351,7 @@ int64_t CLI_AddInBrotherCmd(CLI_CMD_NODE_S *pstCmdTemplet, CLI_CMD_NODE_S *pstCm
         pstLast = pstLast->pstBrother;
     }
     pstLast->pstBrother = pstCmdNode;
+    tree_index_extend(pstCmdTemplet);
     return 0;
 }
 
@@ -351,6 +426,7 @@ void CLI_DestroyCmdTemplet(CLI_CMD_NODE_S *pstCmdNode)
     while (pstCmdNode != nullptr) {
         CLI_CMD_NODE_S *pstBrother = pstCmdNode->pstBrother;
         CLI_DestroyCmdTemplet(pstCmdNode->pstSon);
+        tree_index_free(pstCmdNode);
         free(pstCmdNode);
         pstCmdNode = pstBrother;
     }
@@ -481,7 +557,8 @@ const char *parse_copy_word(const ParseToken &stTok, char *pcDst, bool bLower)
 {
     for (size_t i = 0; i < stTok.ulLen; i++) {
         char c = stTok.pcText[i];
-        pcDst[i] = bLower ? static_cast<char>(tolower(static_cast<unsigned char>(c))) : c;
+        // tolower of the C locale, which the tool never leaves: A-Z only.
+        pcDst[i] = bLower && c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     }
     pcDst[stTok.ulLen] = '\0';
     return pcDst;
@@ -499,17 +576,69 @@ bool parse_is_number(const ParseToken &stTok)
     return true;
 }
 
-bool parse_key_begins(const CLI_CMD_NODE_S *pstNode, const ParseToken &stTok)
+// strncmp over the word's length, for keywords of a few bytes: a shorter
+// keyword fails at its terminator, which no word contains.
+bool parse_rest_begins(const char *pcKey, const ParseToken &stTok)
 {
-    // The first byte rejects nearly every sibling without a call.
-    return pstNode->szKey[0] == stTok.pcText[0] &&
-           strncmp(pstNode->szKey, stTok.pcText, stTok.ulLen) == 0;
+    for (size_t i = 1; i < stTok.ulLen; i++) {
+        if (pcKey[i] != stTok.pcText[i]) {
+            return false;
+        }
+    }
+    return true;
 }
 
-// CLI_MatchInputInBrotherCmd in one walk of the level: keyword matches are
+bool parse_key_begins(const CLI_CMD_NODE_S *pstNode, const ParseToken &stTok)
+{
+    return pstNode->szKey[0] == stTok.pcText[0] && parse_rest_begins(pstNode->szKey, stTok);
+}
+
+// No keyword matched: a number prefers the integer slot, anything else
+// takes the string slot.
+int64_t parse_pick_slot(const ParseToken &stTok, CLI_CMD_NODE_S *const *apstSlot,
+                        CLI_CMD_NODE_S **ppstMatched)
+{
+    CLI_CMD_NODE_S *pstSlot = apstSlot[CLI_NODE_STRING];
+    if (apstSlot[CLI_NODE_INTEGER] != nullptr && parse_is_number(stTok)) {
+        pstSlot = apstSlot[CLI_NODE_INTEGER];
+    }
+    *ppstMatched = pstSlot;
+    return pstSlot != nullptr ? 0 : -1;
+}
+
+// An index is trusted only while nothing was linked behind its last node.
+const CLI_LEVEL_INDEX_S *parse_level_index(const CLI_CMD_NODE_S *pstLevel)
+{
+    const CLI_LEVEL_INDEX_S *pstIndex = pstLevel != nullptr ? pstLevel->pstLevelIndex : nullptr;
+    if (pstIndex == nullptr || pstIndex->ppstNode[pstIndex->ulCount - 1]->pstBrother != nullptr) {
+        return nullptr;
+    }
+    return pstIndex;
+}
+
+int64_t parse_match_indexed(const ParseToken &stTok, const CLI_LEVEL_INDEX_S *pstIndex,
+                            CLI_CMD_NODE_S **ppstMatched)
+{
+    int64_t lKeys = 0;
+    const char cFirst = stTok.pcText[0];
+    for (size_t i = 0; i < pstIndex->ulCount; i++) {
+        if (pstIndex->pcInitial[i] == cFirst &&
+            parse_rest_begins(pstIndex->ppstNode[i]->szKey, stTok)) {
+            lKeys++;
+            *ppstMatched = pstIndex->ppstNode[i];
+        }
+    }
+    return lKeys > 0 ? lKeys : parse_pick_slot(stTok, pstIndex->apstSlot, ppstMatched);
+}
+
+// CLI_MatchInputInBrotherCmd in one pass over the level: keyword matches are
 // counted while the first slot of each kind is noted.
 int64_t parse_match(const ParseToken &stTok, CLI_CMD_NODE_S *pstLevel, CLI_CMD_NODE_S **ppstMatched)
 {
+    const CLI_LEVEL_INDEX_S *pstIndex = parse_level_index(pstLevel);
+    if (pstIndex != nullptr) {
+        return parse_match_indexed(stTok, pstIndex, ppstMatched);
+    }
     int64_t lKeys = 0;
     CLI_CMD_NODE_S *apstSlot[3] = {};
     for (CLI_CMD_NODE_S *pstNode = pstLevel; pstNode != nullptr; pstNode = pstNode->pstBrother) {
@@ -522,15 +651,7 @@ int64_t parse_match(const ParseToken &stTok, CLI_CMD_NODE_S *pstLevel, CLI_CMD_N
             apstSlot[pstNode->enKind] = pstNode;
         }
     }
-    if (lKeys > 0) {
-        return lKeys;
-    }
-    CLI_CMD_NODE_S *pstSlot = apstSlot[CLI_NODE_STRING];
-    if (apstSlot[CLI_NODE_INTEGER] != nullptr && parse_is_number(stTok)) {
-        pstSlot = apstSlot[CLI_NODE_INTEGER];
-    }
-    *ppstMatched = pstSlot;
-    return pstSlot != nullptr ? 0 : -1;
+    return lKeys > 0 ? lKeys : parse_pick_slot(stTok, apstSlot, ppstMatched);
 }
 
 CLI_CMD_NODE_S *parse_first_of_kind(CLI_CMD_NODE_S *pstLevel, CLI_NODE_KIND_E enKind)
@@ -566,6 +687,22 @@ int64_t parse_help_at(const char *pcLine, const ParseToken &stTok, int64_t lToke
     return 0;
 }
 
+// CLI_CMD_CHECK_PF for a node that parse_match chose: an integer slot came
+// either from a number or from a word abbreviating its marker, which begins
+// with "<" and is refused without troubling the validator.
+bool parse_accepts(const ParseToken &stTok, const char *pcToken, CLI_CMD_PARA_S *pstPara,
+                   const CLI_CMD_NODE_S *pstNode)
+{
+    if (pstNode->enKind == CLI_NODE_INTEGER && stTok.pcText[0] == '<') {
+        return false;
+    }
+    if (pstNode->enKind == CLI_NODE_KEYWORD || pstNode->pfCheck == nullptr) {
+        return true;
+    }
+    out_flush();  // a validator prints its own refusal
+    return pstNode->pfCheck(pcToken, pstPara) == 0;
+}
+
 // One word against the current level: matched, validated and recorded.
 // Prints the pointer and returns false when the line cannot go on.
 bool parse_step(const char *pcLine, const ParseToken &stTok, int64_t lTokenNum,
@@ -581,7 +718,8 @@ bool parse_step(const char *pcLine, const ParseToken &stTok, int64_t lTokenNum,
         return false;
     }
     CLI_CMD_NODE_S *pstNode = *ppstMatched;
-    if (pstNode->enKind == CLI_NODE_KEYWORD && pstNode->ulParaId == CLI_PARA_NONE) {
+    bool bKeyword = pstNode->szKey[0] != '<' || pstNode->enKind == CLI_NODE_KEYWORD;
+    if (bKeyword && pstNode->ulParaId == CLI_PARA_NONE) {
         return true;  // nothing to check, nothing to record
     }
     // The text goes straight into the record's next entry, where the
@@ -589,7 +727,7 @@ bool parse_step(const char *pcLine, const ParseToken &stTok, int64_t lTokenNum,
     // most CLI_MAX_TOKEN_NUM words, so the entry exists.
     CLI_CMD_PARA_ENTRY_S *pstEntry = &pstPara->astPara[pstPara->ulParaLen];
     const char *pcToken = parse_copy_word(stTok, pstEntry->szPara, false);
-    if (CLI_CheckCmdArg(pcToken, pstPara, pstNode) != 0) {
+    if (!parse_accepts(stTok, pcToken, pstPara, pstNode)) {
         CLI_PrintWrongCmdPos(pcLine, pcToken, lTokenNum);
         return false;
     }
