@@ -21,6 +21,15 @@
 
 struct CLI_CMD_NODE_S;
 struct CLI_CMD_PARA_S;
+struct CLI_LEVEL_INDEX_S;
+
+// What a node accepts, fixed from its keyword when the element is made, so
+// that parsing never compares keyword texts with the slot markers.
+enum CLI_NODE_KIND_E : uint32_t {
+    CLI_NODE_KEYWORD = 0,
+    CLI_NODE_INTEGER,  // keyword CLI_INTEGER
+    CLI_NODE_STRING,   // keyword CLI_STRING
+};
 
 // Help-list entry, built by an element's help generator.
 struct CLI_HELP_VECTOR_S {
@@ -49,6 +58,10 @@ struct CLI_CMD_NODE_S {
     uint64_t ulHelpIdx;
     CLI_CMD_NODE_S *pstBrother;
     CLI_CMD_NODE_S *pstSon;
+    CLI_NODE_KIND_E enKind;
+    // On the first node of a level with several nodes: the level's lookup
+    // index, kept by CLI_AddInBrotherCmd and freed with the node.
+    CLI_LEVEL_INDEX_S *pstLevelIndex;
 };
 typedef CLI_CMD_NODE_S CLI_CMD_ELEMENT_S;
 

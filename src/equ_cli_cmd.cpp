@@ -31,6 +31,90 @@ int gbAutoFixed = 0;
 int32_t genLanguage = 1;
 
 // ===========================================================================
+// Console output
+// ===========================================================================
+
+namespace {
+
+// The engine's output is assembled here and leaves in one write per piece
+// (stdout is unbuffered: every printf would be a write of its own). It is
+// flushed before anything else may print (handlers, validators, help
+// generators) and before the loop waits for a key, so the console sees
+// everything in order.
+char g_acOut[4096];
+size_t g_ulOutLen = 0;
+
+void out_flush(void)
+{
+    if (g_ulOutLen > 0) {
+        (void)fwrite(g_acOut, 1, g_ulOutLen, stdout);
+        g_ulOutLen = 0;
+    }
+}
+
+void out_put(const char *pcText, size_t ulLen)
+{
+    if (g_ulOutLen + ulLen > sizeof(g_acOut)) {
+        out_flush();
+        if (ulLen > sizeof(g_acOut)) {
+            (void)fwrite(pcText, 1, ulLen, stdout);
+            return;
+        }
+    }
+    memcpy(g_acOut + g_ulOutLen, pcText, ulLen);
+    g_ulOutLen += ulLen;
+}
+
+void out_str(const char *pcText)
+{
+    out_put(pcText, strlen(pcText));
+}
+
+void out_char(char c)
+{
+    out_put(&c, 1);
+}
+
+void out_blanks(size_t ulCount)
+{
+    static const char s_acBlanks[] = "                                ";
+    for (; ulCount > sizeof(s_acBlanks) - 1; ulCount -= sizeof(s_acBlanks) - 1) {
+        out_put(s_acBlanks, sizeof(s_acBlanks) - 1);
+    }
+    out_put(s_acBlanks, ulCount);
+}
+
+// Held by every public function that prints: the outermost one flushes on
+// its way out, so that a caller outside the engine finds all its output
+// written, while the loop gathers a command's closing and the next prompt.
+int g_iOutHold = 0;
+
+class OutPiece {
+  public:
+    OutPiece() { g_iOutHold++; }
+    ~OutPiece()
+    {
+        if (--g_iOutHold == 0) {
+            out_flush();
+        }
+    }
+    OutPiece(const OutPiece &) = delete;
+    OutPiece &operator=(const OutPiece &) = delete;
+};
+
+// Only for the few formats with a number in them.
+void out_int(const char *pcBefore, int iValue, const char *pcAfter)
+{
+    char acNum[16];
+    int iLen = snprintf(acNum, sizeof(acNum), "%d", iValue);
+    out_str(pcBefore);
+    out_put(acNum, static_cast<size_t>(iLen));
+    out_str(pcAfter);
+}
+
+}  // namespace
+
+// ===========================================================================
 // Templates, rules and the command tree
 // ===========================================================================
 
@@ -63,6 +147,87 @@ bool tree_rule_names_elements(CLI_CMD_TEMPLET_S *pTotalCmdVec, const int64_t *pl
     return true;
 }
 
+}  // namespace
+
+// The first bytes of a level's keywords side by side, so that a word is
+// matched without visiting every sibling, and the level's first slot of
+// each kind.
+struct CLI_LEVEL_INDEX_S {
+    size_t ulCount;
+    size_t ulCap;
+    char *pcInitial;
+    CLI_CMD_NODE_S **ppstNode;
+    CLI_CMD_NODE_S *apstSlot[3];  // by CLI_NODE_KIND_E; the keyword entry is unused
+};
+
+namespace {
+
+bool tree_index_add(CLI_LEVEL_INDEX_S *pstIndex, CLI_CMD_NODE_S *pstNode)
+{
+    if (pstIndex->ulCount == pstIndex->ulCap) {
+        size_t ulCap = pstIndex->ulCap == 0 ? 8 : pstIndex->ulCap * 2;
+        auto *pcInitial = static_cast<char *>(realloc(pstIndex->pcInitial, ulCap));
+        if (pcInitial == nullptr) {
+            return false;
+        }
+        pstIndex->pcInitial = pcInitial;
+        auto *ppstNode = static_cast<CLI_CMD_NODE_S **>(
+            realloc(pstIndex->ppstNode, ulCap * sizeof(CLI_CMD_NODE_S *)));
+        if (ppstNode == nullptr) {
+            return false;
+        }
+        pstIndex->ppstNode = ppstNode;
+        pstIndex->ulCap = ulCap;
+    }
+    pstIndex->pcInitial[pstIndex->ulCount] = pstNode->szKey[0];
+    pstIndex->ppstNode[pstIndex->ulCount++] = pstNode;
+    if (pstIndex->apstSlot[pstNode->enKind] == nullptr) {
+        pstIndex->apstSlot[pstNode->enKind] = pstNode;
+    }
+    return true;
+}
+
+void tree_index_free(CLI_CMD_NODE_S *pstFirst)
+{
+    CLI_LEVEL_INDEX_S *pstIndex = pstFirst->pstLevelIndex;
+    if (pstIndex != nullptr) {
+        free(pstIndex->pcInitial);
+        free(pstIndex->ppstNode);
+        free(pstIndex);
+        pstFirst->pstLevelIndex = nullptr;
+    }
+}
+
+// Adds the nodes appended since the index was last brought up to date.
+// Without memory the level simply goes without an index.
+void tree_index_extend(CLI_CMD_NODE_S *pstFirst)
+{
+    CLI_LEVEL_INDEX_S *pstIndex = pstFirst->pstLevelIndex;
+    if (pstIndex == nullptr) {
+        pstIndex = static_cast<CLI_LEVEL_INDEX_S *>(calloc(1, sizeof(CLI_LEVEL_INDEX_S)));
+        if (pstIndex == nullptr) {
+            return;
+        }
+        pstFirst->pstLevelIndex = pstIndex;
+    }
+    CLI_CMD_NODE_S *pstNode =
+        pstIndex->ulCount == 0 ? pstFirst : pstIndex->ppstNode[pstIndex->ulCount - 1]->pstBrother;
+    for (; pstNode != nullptr; pstNode = pstNode->pstBrother) {
+        if (!tree_index_add(pstIndex, pstNode)) {
+            tree_index_free(pstFirst);
+            return;
+        }
+    }
+}
+
+CLI_NODE_KIND_E tree_kind_of(const char *pcKey)
+{
+    if (strcmp(pcKey, CLI_INTEGER) == 0) {
+        return CLI_NODE_INTEGER;
+    }
+    return strcmp(pcKey, CLI_STRING) == 0 ? CLI_NODE_STRING : CLI_NODE_KEYWORD;
+}
+
 CLI_CMD_NODE_S *tree_copy_element(const CLI_CMD_ELEMENT_S *pstElement)
 {
     auto *pstNode = static_cast<CLI_CMD_NODE_S *>(malloc(sizeof(CLI_CMD_NODE_S)));
@@ -70,6 +235,7 @@ CLI_CMD_NODE_S *tree_copy_element(const CLI_CMD_ELEMENT_S *pstElement)
         memcpy(pstNode, pstElement, sizeof(*pstNode));
         pstNode->pstBrother = nullptr;
         pstNode->pstSon = nullptr;
+        pstNode->pstLevelIndex = nullptr;
     }
     return pstNode;
 }
@@ -94,6 +260,7 @@ int64_t CLI_NewCmdElement(CLI_CMD_TEMPLET_S *pTemplet, uint32_t ulNum, const cha
     auto *pstCmdElement = static_cast<CLI_CMD_ELEMENT_S *>(calloc(1, sizeof(CLI_CMD_ELEMENT_S)));
     CLI_ASSERT(NULL != pstCmdElement);
     tree_copy_text(pstCmdElement->szKey, sizeof(pstCmdElement->szKey), pcKey);
+    pstCmdElement->enKind = tree_kind_of(pstCmdElement->szKey);
     pstCmdElement->ulParaId = ulParaId;
     pstCmdElement->ulHasValue = ulHasValue;
     pstCmdElement->ulValue = ulValue;
@@ -185,6 +352,7 @@ int64_t CLI_AddInBrotherCmd(CLI_CMD_NODE_S *pstCmdTemplet, CLI_CMD_NODE_S *pstCm
         pstLast = pstLast->pstBrother;
     }
     pstLast->pstBrother = pstCmdNode;
+    tree_index_extend(pstCmdTemplet);
     return 0;
 }
 
@@ -259,6 +427,7 @@ void CLI_DestroyCmdTemplet(CLI_CMD_NODE_S *pstCmdNode)
     while (pstCmdNode != nullptr) {
         CLI_CMD_NODE_S *pstBrother = pstCmdNode->pstBrother;
         CLI_DestroyCmdTemplet(pstCmdNode->pstSon);
+        tree_index_free(pstCmdNode);
         free(pstCmdNode);
         pstCmdNode = pstBrother;
     }
@@ -354,21 +523,12 @@ uint64_t CLI_Skip_AtoHex(const char **ppcCur)
 
 namespace {
 
-// Copies one word into a token, cut to its buffer; returns the cursor after
-// the whole word.
-const char *parse_take_word(const char *pcCur, char *pcToken, bool bLower)
-{
-    size_t ulLen = 0;
-    for (; *pcCur != '\0' && *pcCur != ' '; pcCur++) {
-        if (ulLen < CLI_MAX_TOKEN_LEN - 1) {
-            char c = *pcCur;
-            pcToken[ulLen++] =
-                bLower ? static_cast<char>(tolower(static_cast<unsigned char>(c))) : c;
-        }
-    }
-    pcToken[ulLen] = '\0';
-    return pcCur;
-}
+// A word of the line, read in place: the line is not copied into a token
+// table, only the texts that leave the parser are.
+struct ParseToken {
+    const char *pcText;
+    size_t ulLen;  // at most CLI_MAX_TOKEN_LEN - 1: the rest of a longer word is dropped
+};
 
 const char *parse_skip_spaces(const char *pcCur)
 {
@@ -378,114 +538,230 @@ const char *parse_skip_spaces(const char *pcCur)
     return pcCur;
 }
 
-bool parse_is_marker(const CLI_CMD_NODE_S *pstNode, const char *pcMarker)
+// Only the space separates words; a tab is an ordinary character.
+bool parse_next_word(const char **ppcCur, ParseToken *pstTok)
 {
-    return strcmp(pstNode->szKey, pcMarker) == 0;
+    const char *pcStart = parse_skip_spaces(*ppcCur);
+    const char *pcEnd = pcStart;
+    while (*pcEnd != '\0' && *pcEnd != ' ') {
+        pcEnd++;
+    }
+    *ppcCur = pcEnd;
+    size_t ulLen = static_cast<size_t>(pcEnd - pcStart);
+    pstTok->pcText = pcStart;
+    pstTok->ulLen = ulLen < CLI_MAX_TOKEN_LEN - 1 ? ulLen : CLI_MAX_TOKEN_LEN - 1;
+    return ulLen > 0;
 }
 
-CLI_CMD_NODE_S *parse_first_marker(CLI_CMD_NODE_S *pstLevel, const char *pcMarker)
+// Copies a word with its terminator into a CLI_MAX_TOKEN_LEN buffer.
+const char *parse_copy_word(const ParseToken &stTok, char *pcDst, bool bLower)
+{
+    for (size_t i = 0; i < stTok.ulLen; i++) {
+        char c = stTok.pcText[i];
+        // tolower of the C locale, which the tool never leaves: A-Z only.
+        pcDst[i] = bLower && c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    }
+    pcDst[stTok.ulLen] = '\0';
+    return pcDst;
+}
+
+// CLI_IsdigitString of a word in place.
+bool parse_is_number(const ParseToken &stTok)
+{
+    size_t i = stTok.pcText[0] == '-' ? 1 : 0;
+    for (; i < stTok.ulLen; i++) {
+        if (!isdigit(static_cast<unsigned char>(stTok.pcText[i]))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// strncmp over the word's length, for keywords of a few bytes: a shorter
+// keyword fails at its terminator, which no word contains.
+bool parse_rest_begins(const char *pcKey, const ParseToken &stTok)
+{
+    for (size_t i = 1; i < stTok.ulLen; i++) {
+        if (pcKey[i] != stTok.pcText[i]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool parse_key_begins(const CLI_CMD_NODE_S *pstNode, const ParseToken &stTok)
+{
+    return pstNode->szKey[0] == stTok.pcText[0] && parse_rest_begins(pstNode->szKey, stTok);
+}
+
+// No keyword matched: a number prefers the integer slot, anything else
+// takes the string slot.
+int64_t parse_pick_slot(const ParseToken &stTok, CLI_CMD_NODE_S *const *apstSlot,
+                        CLI_CMD_NODE_S **ppstMatched)
+{
+    CLI_CMD_NODE_S *pstSlot = apstSlot[CLI_NODE_STRING];
+    if (apstSlot[CLI_NODE_INTEGER] != nullptr && parse_is_number(stTok)) {
+        pstSlot = apstSlot[CLI_NODE_INTEGER];
+    }
+    *ppstMatched = pstSlot;
+    return pstSlot != nullptr ? 0 : -1;
+}
+
+// An index is trusted only while nothing was linked behind its last node.
+const CLI_LEVEL_INDEX_S *parse_level_index(const CLI_CMD_NODE_S *pstLevel)
+{
+    const CLI_LEVEL_INDEX_S *pstIndex = pstLevel != nullptr ? pstLevel->pstLevelIndex : nullptr;
+    if (pstIndex == nullptr || pstIndex->ppstNode[pstIndex->ulCount - 1]->pstBrother != nullptr) {
+        return nullptr;
+    }
+    return pstIndex;
+}
+
+int64_t parse_match_indexed(const ParseToken &stTok, const CLI_LEVEL_INDEX_S *pstIndex,
+                            CLI_CMD_NODE_S **ppstMatched)
+{
+    int64_t lKeys = 0;
+    const char cFirst = stTok.pcText[0];
+    for (size_t i = 0; i < pstIndex->ulCount; i++) {
+        if (pstIndex->pcInitial[i] == cFirst &&
+            parse_rest_begins(pstIndex->ppstNode[i]->szKey, stTok)) {
+            lKeys++;
+            *ppstMatched = pstIndex->ppstNode[i];
+        }
+    }
+    return lKeys > 0 ? lKeys : parse_pick_slot(stTok, pstIndex->apstSlot, ppstMatched);
+}
+
+// CLI_MatchInputInBrotherCmd in one pass over the level: keyword matches are
+// counted while the first slot of each kind is noted.
+int64_t parse_match(const ParseToken &stTok, CLI_CMD_NODE_S *pstLevel, CLI_CMD_NODE_S **ppstMatched)
+{
+    const CLI_LEVEL_INDEX_S *pstIndex = parse_level_index(pstLevel);
+    if (pstIndex != nullptr) {
+        return parse_match_indexed(stTok, pstIndex, ppstMatched);
+    }
+    int64_t lKeys = 0;
+    CLI_CMD_NODE_S *apstSlot[3] = {};
+    for (CLI_CMD_NODE_S *pstNode = pstLevel; pstNode != nullptr; pstNode = pstNode->pstBrother) {
+        if (parse_key_begins(pstNode, stTok)) {
+            lKeys++;
+            *ppstMatched = pstNode;
+        }
+        // Only a marker begins with "<"; the kind lies in another cache line.
+        if (pstNode->szKey[0] == '<' && apstSlot[pstNode->enKind] == nullptr) {
+            apstSlot[pstNode->enKind] = pstNode;
+        }
+    }
+    return lKeys > 0 ? lKeys : parse_pick_slot(stTok, apstSlot, ppstMatched);
+}
+
+CLI_CMD_NODE_S *parse_first_of_kind(CLI_CMD_NODE_S *pstLevel, CLI_NODE_KIND_E enKind)
 {
     for (; pstLevel != nullptr; pstLevel = pstLevel->pstBrother) {
-        if (parse_is_marker(pstLevel, pcMarker)) {
+        if (pstLevel->enKind == enKind) {
             return pstLevel;
         }
     }
     return nullptr;
 }
 
-char parse_last_char(const char *pcToken)
-{
-    size_t ulLen = strlen(pcToken);
-    return ulLen == 0 ? '\0' : pcToken[ulLen - 1];
-}
-
-// "?" ends the walk: the help of the level reached so far.
-int64_t parse_help_at(const char *pcLine, const char *pcToken, int64_t lTokenNum,
+// "?" ends the walk with the help of the level reached so far; a tab with a
+// completion at that level.
+int64_t parse_help_at(const char *pcLine, const ParseToken &stTok, int64_t lTokenNum,
                       CLI_CMD_PARA_S *pstPara, CLI_CMD_NODE_S *pstLevel, bool bPrevComplete)
 {
-    if (bPrevComplete && strcmp(pcToken, "?") == 0) {
-        printf("\r\n    <cr>");
+    char szToken[CLI_MAX_TOKEN_LEN];
+    const char *pcToken = parse_copy_word(stTok, szToken, false);
+    int64_t lRet;
+    if (pcToken[stTok.ulLen - 1] == '?') {
+        if (bPrevComplete && strcmp(pcToken, "?") == 0) {
+            out_str("\r\n    <cr>");
+        }
+        lRet = CLI_PrintCmdHelpInfo(pcToken, pstPara, pstLevel);
+    } else {
+        lRet = CLI_ExternCmdInfo(pcToken, pstPara, pstLevel);
     }
-    if (CLI_PrintCmdHelpInfo(pcToken, pstPara, pstLevel) != 0) {
+    if (lRet != 0) {
         CLI_PrintWrongCmdPos(pcLine, pcToken, lTokenNum);
         return -1;
     }
     return 0;
 }
 
-// One token against the current level: matched, validated and recorded.
-// Prints the pointer and returns false when the line cannot go on.
-bool parse_step(const char *pcLine, const char *pcToken, int64_t lTokenNum, CLI_CMD_PARA_S *pstPara,
-                CLI_CMD_NODE_S *pstLevel, CLI_CMD_NODE_S **ppstMatched)
+// CLI_CMD_CHECK_PF for a node that parse_match chose: an integer slot came
+// either from a number or from a word abbreviating its marker, which begins
+// with "<" and is refused without troubling the validator.
+bool parse_accepts(const ParseToken &stTok, const char *pcToken, CLI_CMD_PARA_S *pstPara,
+                   const CLI_CMD_NODE_S *pstNode)
 {
-    int64_t lMatch = CLI_MatchInputInBrotherCmd(pcToken, pstLevel, ppstMatched);
-    if (lMatch < 0) {
+    if (pstNode->enKind == CLI_NODE_INTEGER && stTok.pcText[0] == '<') {
+        return false;
+    }
+    if (pstNode->enKind == CLI_NODE_KEYWORD || pstNode->pfCheck == nullptr) {
+        return true;
+    }
+    out_flush();  // a validator prints its own refusal
+    return pstNode->pfCheck(pcToken, pstPara) == 0;
+}
+
+// One word against the current level: matched, validated and recorded.
+// Prints the pointer and returns false when the line cannot go on.
+bool parse_step(const char *pcLine, const ParseToken &stTok, int64_t lTokenNum,
+                CLI_CMD_PARA_S *pstPara, CLI_CMD_NODE_S *pstLevel, CLI_CMD_NODE_S **ppstMatched)
+{
+    int64_t lMatch = parse_match(stTok, pstLevel, ppstMatched);
+    if (lMatch != 0 && lMatch != 1) {
+        if (lMatch < 0) {
+            CLI_PrintWrongCmdPos(pcLine, stTok.pcText, lTokenNum);
+        } else {
+            CLI_PrintAmbiguousCmdPos(pcLine, stTok.pcText, lTokenNum);
+        }
+        return false;
+    }
+    CLI_CMD_NODE_S *pstNode = *ppstMatched;
+    bool bKeyword = pstNode->szKey[0] != '<' || pstNode->enKind == CLI_NODE_KEYWORD;
+    if (bKeyword && pstNode->ulParaId == CLI_PARA_NONE) {
+        return true;  // nothing to check, nothing to record
+    }
+    // The text goes straight into the record's next entry, where the
+    // validator reads it; recording then only counts it. A line holds at
+    // most CLI_MAX_TOKEN_NUM words, so the entry exists.
+    CLI_CMD_PARA_ENTRY_S *pstEntry = &pstPara->astPara[pstPara->ulParaLen];
+    const char *pcToken = parse_copy_word(stTok, pstEntry->szPara, false);
+    if (!parse_accepts(stTok, pcToken, pstPara, pstNode)) {
         CLI_PrintWrongCmdPos(pcLine, pcToken, lTokenNum);
         return false;
     }
-    if (lMatch > 1) {
-        CLI_PrintAmbiguousCmdPos(pcLine, pcToken, lTokenNum);
-        return false;
+    if (pstNode->ulParaId != CLI_PARA_NONE) {
+        pstEntry->pstNode = pstNode;
+        pstPara->ulParaLen++;
     }
-    if (CLI_CheckCmdArg(pcToken, pstPara, *ppstMatched) != 0) {
-        CLI_PrintWrongCmdPos(pcLine, pcToken, lTokenNum);
-        return false;
-    }
-    CLI_RecordCmdPara(*ppstMatched, pstPara, pcToken);
     return true;
 }
 
-}  // namespace
-
-int64_t CLI_GetCmdArg(const char *pcLineBuf, char (*pcArgv)[CLI_MAX_TOKEN_LEN], int64_t *plArgc)
+int64_t parse_line(const char *pcLineBuf, uint64_t ulLanguage)
 {
-    CLI_ASSERT(NULL != pcLineBuf);
-    CLI_ASSERT(NULL != pcArgv);
-    CLI_ASSERT(NULL != plArgc);
-    int64_t lArgc = 0;
-    const char *pcCur = parse_skip_spaces(pcLineBuf);
-    // Words after the table is full are read past and dropped.
-    char szDropped[CLI_MAX_TOKEN_LEN];
-    while (*pcCur != '\0') {
-        char *pcToken = lArgc < CLI_MAX_TOKEN_NUM ? pcArgv[lArgc] : szDropped;
-        pcCur = parse_take_word(pcCur, pcToken, lArgc == 0);
-        if (lArgc < CLI_MAX_TOKEN_NUM) {
-            lArgc++;
-        }
-        pcCur = parse_skip_spaces(pcCur);
-    }
-    *plArgc = lArgc;
-    return 0;
-}
-
-int64_t CLI_MainProcess(char *pcLineBuf, uint64_t ulLanguage)
-{
+    // Accessors read only the first ulParaLen entries: the rest stays as is.
     CLI_CMD_PARA_S stPara;
-    memset(&stPara, 0, sizeof(stPara));
+    stPara.ulRsv = 0;
     stPara.ulLanguage = ulLanguage;
-    char aszArgv[CLI_MAX_TOKEN_NUM][CLI_MAX_TOKEN_LEN];
-    int64_t lArgc = 0;
-    CLI_GetCmdArg(pcLineBuf, aszArgv, &lArgc);
-    if (lArgc == 0) {
+    stPara.ulParaLen = 0;
+    const char *pcCur = pcLineBuf;
+    ParseToken stTok;
+    char szFirst[CLI_MAX_TOKEN_LEN];
+    if (!parse_next_word(&pcCur, &stTok)) {
         return 0;
     }
+    stTok.pcText = parse_copy_word(stTok, szFirst, true);  // only the first word is lower-cased
     CLI_CMD_NODE_S *pstLevel = gpstCmdTempletRoot;
     CLI_CMD_NODE_S *pstMatched = nullptr;
     bool bPrevComplete = false;
-    for (int64_t i = 0; i < lArgc; i++) {
-        const char *pcToken = aszArgv[i];
-        char cLast = parse_last_char(pcToken);
-        if (cLast == '?') {
-            return parse_help_at(pcLineBuf, pcToken, i, &stPara, pstLevel, bPrevComplete);
+    for (int64_t i = 0; i < CLI_MAX_TOKEN_NUM && (i == 0 || parse_next_word(&pcCur, &stTok)); i++) {
+        char cLast = stTok.pcText[stTok.ulLen - 1];
+        if (cLast == '?' || cLast == '\t') {
+            return parse_help_at(pcLineBuf, stTok, i, &stPara, pstLevel, bPrevComplete);
         }
-        if (cLast == '\t') {
-            if (CLI_ExternCmdInfo(pcToken, &stPara, pstLevel) == 0) {
-                return 0;
-            }
-            CLI_PrintWrongCmdPos(pcLineBuf, pcToken, i);
-            return -1;
-        }
-        if (!parse_step(pcLineBuf, pcToken, i, &stPara, pstLevel, &pstMatched)) {
+        if (!parse_step(pcLineBuf, stTok, i, &stPara, pstLevel, &pstMatched)) {
             return -1;
         }
         bPrevComplete = CLI_IsCompleteCmdLine(pstMatched) != 0;
@@ -499,25 +775,42 @@ int64_t CLI_MainProcess(char *pcLineBuf, uint64_t ulLanguage)
     return 0;
 }
 
+}  // namespace
+
+int64_t CLI_GetCmdArg(const char *pcLineBuf, char (*pcArgv)[CLI_MAX_TOKEN_LEN], int64_t *plArgc)
+{
+    CLI_ASSERT(NULL != pcLineBuf);
+    CLI_ASSERT(NULL != pcArgv);
+    CLI_ASSERT(NULL != plArgc);
+    int64_t lArgc = 0;
+    ParseToken stTok;
+    // Words after the table is full are read past and dropped.
+    for (const char *pcCur = pcLineBuf; parse_next_word(&pcCur, &stTok);) {
+        if (lArgc < CLI_MAX_TOKEN_NUM) {
+            parse_copy_word(stTok, pcArgv[lArgc], lArgc == 0);
+            lArgc++;
+        }
+    }
+    *plArgc = lArgc;
+    return 0;
+}
+
+int64_t CLI_MainProcess(char *pcLineBuf, uint64_t ulLanguage)
+{
+    OutPiece stPiece;
+    return parse_line(pcLineBuf, ulLanguage);
+}
+
 // Keywords win over parameter slots; a digit string prefers "<Integer>".
 int64_t CLI_MatchInputInBrotherCmd(const char *pcToken, CLI_CMD_NODE_S *pstLevel,
                                    CLI_CMD_NODE_S **ppstMatched)
 {
-    if (pcToken == nullptr || pstLevel == nullptr || ppstMatched == nullptr) {
+    if (pcToken == nullptr || pstLevel == nullptr || ppstMatched == nullptr || *pcToken == '\0') {
         return -1;
     }
-    int64_t lCount = CLI_MatchCmdKeyInBrotherCmd(pstLevel, pcToken, ppstMatched);
-    if (lCount > 0) {
-        return lCount;
-    }
-    int64_t lRet = -1;
-    if (CLI_IsdigitString(pcToken)) {
-        lRet = CLI_MatchIntegerInBrotherCmd(pstLevel, ppstMatched);
-    }
-    if (lRet != 0) {
-        lRet = CLI_MatchStringInBrotherCmd(pstLevel, ppstMatched);
-    }
-    return lRet;
+    size_t ulLen = strlen(pcToken);
+    ParseToken stTok = {pcToken, ulLen < CLI_MAX_TOKEN_LEN ? ulLen : CLI_MAX_TOKEN_LEN - 1};
+    return parse_match(stTok, pstLevel, ppstMatched);
 }
 
 int64_t CLI_MatchCmdKeyInBrotherCmd(CLI_CMD_NODE_S *pstLevel, const char *pcToken,
@@ -541,7 +834,7 @@ int64_t CLI_MatchCmdKeyInBrotherCmd(CLI_CMD_NODE_S *pstLevel, const char *pcToke
 
 int64_t CLI_MatchIntegerInBrotherCmd(CLI_CMD_NODE_S *pstLevel, CLI_CMD_NODE_S **ppstMatched)
 {
-    CLI_CMD_NODE_S *pstNode = parse_first_marker(pstLevel, CLI_INTEGER);
+    CLI_CMD_NODE_S *pstNode = parse_first_of_kind(pstLevel, CLI_NODE_INTEGER);
     if (ppstMatched != nullptr) {
         *ppstMatched = pstNode;
     }
@@ -550,7 +843,7 @@ int64_t CLI_MatchIntegerInBrotherCmd(CLI_CMD_NODE_S *pstLevel, CLI_CMD_NODE_S **
 
 int64_t CLI_MatchStringInBrotherCmd(CLI_CMD_NODE_S *pstLevel, CLI_CMD_NODE_S **ppstMatched)
 {
-    CLI_CMD_NODE_S *pstNode = parse_first_marker(pstLevel, CLI_STRING);
+    CLI_CMD_NODE_S *pstNode = parse_first_of_kind(pstLevel, CLI_NODE_STRING);
     if (ppstMatched != nullptr) {
         *ppstMatched = pstNode;
     }
@@ -564,16 +857,16 @@ int64_t CLI_CheckCmdArg(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara, CLI_CMD
     if (pcToken == nullptr || pstNode == nullptr) {
         return -1;
     }
-    bool bInteger = parse_is_marker(pstNode, CLI_INTEGER);
-    if (!bInteger && !parse_is_marker(pstNode, CLI_STRING)) {
+    if (pstNode->enKind == CLI_NODE_KEYWORD) {
         return 0;
     }
-    if (bInteger && !CLI_IsdigitString(pcToken)) {
+    if (pstNode->enKind == CLI_NODE_INTEGER && !CLI_IsdigitString(pcToken)) {
         return -1;
     }
     if (pstNode->pfCheck == nullptr) {
         return 0;
     }
+    out_flush();  // a validator prints its own refusal
     return static_cast<int64_t>(pstNode->pfCheck(pcToken, pstCmdPara));
 }
 
@@ -609,10 +902,12 @@ int64_t CLI_ExecCmdHandleFunc(CLI_CMD_NODE_S *pstCmdNode, CLI_CMD_PARA_S *pstCmd
     if (pstCmdNode->pfHandler == nullptr) {
         return 0;
     }
-    printf("\r\n@");
+    OutPiece stPiece;
+    out_str("\r\n@");
+    // What the handler prints before it waits must already follow the "@".
+    out_flush();
     uint64_t ulRet = pstCmdNode->pfHandler(pstCmdParaInfo);
-    printf(ulRet != 0 ? "\r\ntest result:fail" : "\r\ntest result:pass");
-    printf("\r\n$$");
+    out_str(ulRet != 0 ? "\r\ntest result:fail\r\n$$" : "\r\ntest result:pass\r\n$$");
     return 0;
 }
 
@@ -641,7 +936,7 @@ int64_t CLI_GetUlongValuePara(CLI_CMD_PARA_S *pCmdPara, int64_t lSeq, uint64_t *
         *pulRetVal = pstEntry->pstNode->ulValue;
         return 0;
     }
-    if (!parse_is_marker(pstEntry->pstNode, CLI_INTEGER)) {
+    if (pstEntry->pstNode->enKind != CLI_NODE_INTEGER) {
         return -1;
     }
     *pulRetVal = CLI_StrtoUL(pstEntry->szPara);
@@ -658,7 +953,7 @@ int64_t CLI_GetOctStringPara(CLI_CMD_PARA_S *pCmdPara, int64_t lSeq, char *pcDst
         return -1;
     }
     const CLI_CMD_PARA_ENTRY_S *pstEntry = &pCmdPara->astPara[lCmdParaSeq];
-    if (!parse_is_marker(pstEntry->pstNode, CLI_STRING)) {
+    if (pstEntry->pstNode->enKind != CLI_NODE_STRING) {
         return -1;
     }
     tree_copy_text(pcDst, CLI_MAX_TOKEN_LEN, pstEntry->szPara);
@@ -687,7 +982,7 @@ namespace {
 
 bool help_is_any_marker(const CLI_CMD_NODE_S *pstNode)
 {
-    return parse_is_marker(pstNode, CLI_INTEGER) || parse_is_marker(pstNode, CLI_STRING);
+    return pstNode->enKind != CLI_NODE_KEYWORD;
 }
 
 // The token without its trailing "?" or tab.
@@ -709,7 +1004,12 @@ bool help_begins_with(const CLI_CMD_NODE_S *pstNode, const char *pcPrefix, size_
 // The keyword padded to 15 columns (a longer one is not cut), then the text.
 void help_print_line(const char *pcKey, const char *pcHelp)
 {
-    printf("\r\n    %-15s%s", pcKey != nullptr ? pcKey : "", pcHelp != nullptr ? pcHelp : "");
+    pcKey = pcKey != nullptr ? pcKey : "";
+    size_t ulKeyLen = strlen(pcKey);
+    out_put("\r\n    ", 6);
+    out_put(pcKey, ulKeyLen);
+    out_blanks(ulKeyLen < 15 ? 15 - ulKeyLen : 0);
+    out_str(pcHelp != nullptr ? pcHelp : "");
 }
 
 bool help_in_english(const CLI_CMD_PARA_S *pstCmdPara)
@@ -730,6 +1030,7 @@ void help_print_generated(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,
                           const CLI_CMD_NODE_S *pstNode)
 {
     CLI_HELP_VECTOR_S stHead = {};
+    out_flush();  // a generator may print
     pstNode->pfHelpGen(pcToken, pstCmdPara, &stHead);
     bool bEnglish = help_in_english(pstCmdPara);
     for (const CLI_HELP_VECTOR_S *pstEntry = stHead.pstNext; pstEntry != nullptr;
@@ -762,7 +1063,8 @@ void help_print_matches(const CLI_CMD_NODE_S *pstFrom, const char *pcPrefix, siz
 {
     for (; pstFrom != nullptr; pstFrom = pstFrom->pstBrother) {
         if (help_begins_with(pstFrom, pcPrefix, ulLen)) {
-            printf("    %s", pstFrom->szKey);
+            out_put("    ", 4);
+            out_str(pstFrom->szKey);
         }
     }
 }
@@ -770,8 +1072,8 @@ void help_print_matches(const CLI_CMD_NODE_S *pstFrom, const char *pcPrefix, siz
 // Caret lines start under the typed line, past the prompt.
 void help_pointer_lead(size_t ulColumns)
 {
-    puts("\r");
-    printf("  %*s", static_cast<int>(strlen(gszSysPrompt) + ulColumns), "");
+    out_put("\r\n  ", 4);
+    out_blanks(strlen(gszSysPrompt) + ulColumns);
 }
 
 bool help_is_word_gap(char c)
@@ -800,6 +1102,7 @@ const char *help_skip_word(const char *pcCur)
 int64_t CLI_PrintCmdHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,
                              CLI_CMD_NODE_S *pstLevel)
 {
+    OutPiece stPiece;
     if (pcToken == nullptr) {
         return -1;
     }
@@ -811,6 +1114,7 @@ int64_t CLI_PrintCmdHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,
 
 int64_t CLI_ExternCmdInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara, CLI_CMD_NODE_S *pstLevel)
 {
+    OutPiece stPiece;
     if (pcToken == nullptr) {
         return -1;
     }
@@ -824,6 +1128,7 @@ int64_t CLI_ExternCmdInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara, CLI_C
 int64_t CLI_PrintCmdCompleteHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,
                                      CLI_CMD_NODE_S *pstLevel)
 {
+    OutPiece stPiece;
     if (pcToken == nullptr) {
         return -1;
     }
@@ -846,21 +1151,22 @@ int64_t CLI_PrintCmdCompleteHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmd
 int64_t CLI_PrintCmdPartHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,
                                  CLI_CMD_NODE_S *pstLevel)
 {
+    OutPiece stPiece;
     if (pcToken == nullptr || pstLevel == nullptr) {
         return -1;
     }
     char szPrefix[CLI_MAX_TOKEN_LEN];
     size_t ulLen = help_token_prefix(pcToken, szPrefix);
     if (pstLevel->pstBrother == nullptr) {
-        if (!help_begins_with(pstLevel, szPrefix, ulLen) &&
-            !parse_is_marker(pstLevel, CLI_STRING) && !parse_is_marker(pstLevel, "<Integer>)")) {
+        if (!help_begins_with(pstLevel, szPrefix, ulLen) && pstLevel->enKind != CLI_NODE_STRING &&
+            strcmp(pstLevel->szKey, "<Integer>)") != 0) {
             return -1;
         }
         if (pstLevel->pfHelpGen != nullptr) {
             help_print_generated(pcToken, pstCmdPara, pstLevel);
         } else {
-            puts("\r");
-            printf("    %s", pstLevel->szKey);
+            out_put("\r\n    ", 6);
+            out_str(pstLevel->szKey);
         }
         return 0;
     }
@@ -868,10 +1174,11 @@ int64_t CLI_PrintCmdPartHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara
     for (; pstLevel != nullptr; pstLevel = pstLevel->pstBrother) {
         if (help_begins_with(pstLevel, szPrefix, ulLen)) {
             if (!bAny) {
-                puts("\r");
+                out_put("\r\n", 2);
             }
             bAny = true;
-            printf("    %s", pstLevel->szKey);
+            out_put("    ", 4);
+            out_str(pstLevel->szKey);
         }
     }
     return bAny ? 0 : -1;
@@ -880,6 +1187,7 @@ int64_t CLI_PrintCmdPartHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara
 int64_t CLI_PrintExternCmdPart(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,
                                CLI_CMD_NODE_S *pstLevel)
 {
+    OutPiece stPiece;
     (void)pstCmdPara;
     if (pcToken == nullptr || pstLevel == nullptr) {
         return -1;
@@ -905,13 +1213,14 @@ int64_t CLI_PrintExternCmdPart(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,
         help_complete_word(pstFirst, ulLen);
         return 0;
     }
-    puts("\r");
+    out_put("\r\n", 2);
     help_print_matches(pstFirst, szPrefix, ulLen);
     return 0;
 }
 
 int64_t CLI_PrintWrongCmdPos(const char *pcLine, const char *pcToken, int64_t lTokenNum)
 {
+    OutPiece stPiece;
     (void)pcToken;
     if (pcLine == nullptr) {
         return -1;
@@ -921,8 +1230,7 @@ int64_t CLI_PrintWrongCmdPos(const char *pcLine, const char *pcToken, int64_t lT
         pcCur = help_skip_gap(help_skip_word(pcCur));
     }
     help_pointer_lead(static_cast<size_t>(pcCur - pcLine));
-    putchar('^');
-    printf(genLanguage != 0 ? "\r\nWrong Command Input!" : "\r\n输入错误!");
+    out_str(genLanguage != 0 ? "^\r\nWrong Command Input!" : "^\r\n输入错误!");
     return 0;
 }
 
@@ -930,6 +1238,7 @@ int64_t CLI_PrintWrongCmdPos(const char *pcLine, const char *pcToken, int64_t lT
 // caret would; for word 0 it goes past the end of the line.
 int64_t CLI_PrintAmbiguousCmdPos(const char *pcLine, const char *pcToken, int64_t lTokenNum)
 {
+    OutPiece stPiece;
     (void)pcToken;
     if (pcLine == nullptr) {
         return -1;
@@ -944,19 +1253,18 @@ int64_t CLI_PrintAmbiguousCmdPos(const char *pcLine, const char *pcToken, int64_
         pcCur = help_skip_gap(pcCur);
     }
     help_pointer_lead(static_cast<size_t>(pcCur - pcLine));
-    printf(" ^");
-    printf(genLanguage != 0 ? "\r\nAmbiguous Command Input!" : "\r\n命令不明确!");
+    out_str(genLanguage != 0 ? " ^\r\nAmbiguous Command Input!" : " ^\r\n命令不明确!");
     return 0;
 }
 
 int64_t CLI_PrintInCompleteCmd(const char *pcLine)
 {
+    OutPiece stPiece;
     if (pcLine == nullptr) {
         return -1;
     }
     help_pointer_lead(strlen(pcLine));
-    printf(" ^");
-    printf(genLanguage != 0 ? "\r\nInComplete Command Input!" : "\r\n命令不完整!");
+    out_str(genLanguage != 0 ? " ^\r\nInComplete Command Input!" : " ^\r\n命令不完整!");
     return 0;
 }
 
@@ -1057,9 +1365,11 @@ void ed_destroy_tree(void)
     }
 }
 
-// Blocking read of one key; EOF only when input has ended for good.
+// Blocking read of one key; EOF only when input has ended for good. All
+// that is to be seen before the key is written first.
 int ed_read_key(void)
 {
+    out_flush();
     fflush(stdout);
     for (;;) {
         int iKey = getc(stdin);
@@ -1087,9 +1397,10 @@ bool ed_line_full(bool bEchoed)
     }
     if (bEchoed) {
         if (glCursor == 0) {
-            printf("\b \b");
+            out_str("\b \b");
         } else {
-            printf("\b%c\b", g_pcEdLine[ed_insert_pos()]);
+            const char acTakeBack[] = {'\b', g_pcEdLine[ed_insert_pos()], '\b'};
+            out_put(acTakeBack, sizeof(acTakeBack));
         }
     }
     return true;
@@ -1100,7 +1411,7 @@ bool ed_line_full(bool bEchoed)
 bool ed_store_key(char cKey, bool bEcho)
 {
     if (bEcho) {
-        putchar(cKey);
+        out_char(cKey);
     }
     if (ed_line_full(bEcho)) {
         return false;
@@ -1124,7 +1435,7 @@ void ed_backspace(void)
     if (glCursor == 0) {
         if (g_ulEdLen > 0) {
             g_pcEdLine[--g_ulEdLen] = '\0';
-            printf("\b \b");
+            out_str("\b \b");
         }
         return;
     }
@@ -1132,10 +1443,12 @@ void ed_backspace(void)
     if (ulPos == 0) {
         return;
     }
-    printf("\b%s ", g_pcEdLine + ulPos);
+    out_char('\b');
+    out_str(g_pcEdLine + ulPos);
+    out_char(' ');
     memmove(g_pcEdLine + ulPos - 1, g_pcEdLine + ulPos, g_ulEdLen - ulPos + 1);
     g_ulEdLen--;
-    printf("\033[%dD", static_cast<int>(-glCursor + 1));
+    out_int("\033[", static_cast<int>(-glCursor + 1), "D");
 }
 
 // Tab and "?" end the line once stored: the pushed-back carriage return is
@@ -1259,40 +1572,45 @@ const char *CLI_GetHistroyCmdNext(void)
 // Blanks out the line shown after the prompt, then shows the recalled text.
 void CLI_ShowHistroyCmd(const char *pcText)
 {
-    printf("\r%s", gszSysPrompt);
-    for (size_t ulIdx = 0; ulIdx < g_ulEdLen; ulIdx++) {
-        putchar(' ');
-    }
-    printf("\r%s%s", gszSysPrompt, pcText);
+    OutPiece stPiece;
+    out_char('\r');
+    out_str(gszSysPrompt);
+    out_blanks(g_ulEdLen);
+    out_char('\r');
+    out_str(gszSysPrompt);
+    out_str(pcText);
 }
 
 // ---- cursor ----
 
 void CLI_input_forward(void)
 {
+    OutPiece stPiece;
     glCursor++;
     if (glCursor > 0) {
         glCursor = 0;
         return;
     }
     // Printing the character passed over moves the terminal cursor right.
-    putchar(g_pcEdLine[ed_insert_pos() - 1]);
+    out_char(g_pcEdLine[ed_insert_pos() - 1]);
 }
 
 void CLI_input_backward(void)
 {
+    OutPiece stPiece;
     glCursor--;
     if (-glCursor > static_cast<int64_t>(g_ulEdLen)) {
         glCursor = -static_cast<int64_t>(g_ulEdLen);
         return;
     }
-    printf("\033[1D");
+    out_str("\033[1D");
 }
 
 void CLI_RewriteToEnd(void)
 {
-    printf("%s", g_pcEdLine + ed_insert_pos());
-    printf("\033[%dD", static_cast<int>(-glCursor));
+    OutPiece stPiece;
+    out_str(g_pcEdLine + ed_insert_pos());
+    out_int("\033[", static_cast<int>(-glCursor), "D");
 }
 
 unsigned char CLI_NoWaitGetChar(void)
@@ -1334,6 +1652,7 @@ void ed_begin_line(char *pcLineBuf)
 // is complete, -1 when input has ended (the caller leaves as on "quit").
 int64_t CLI_Getline(char *pcLineBuf)
 {
+    OutPiece stPiece;
     ed_begin_line(pcLineBuf);
     int64_t lRet = 0;
     for (bool bDone = false; !bDone;) {
@@ -1375,6 +1694,7 @@ int64_t CLI_Getline(char *pcLineBuf)
 
 [[noreturn]] void CLI_ErrorQuit(const char *pcMsg, const struct termios *pstSaved)
 {
+    out_flush();
     fprintf(stderr, "%s\n", pcMsg);
     (void)tcsetattr(STDIN_FILENO, TCSANOW, pstSaved);
     ed_destroy_tree();
@@ -1396,27 +1716,26 @@ bool ed_equipment_mode(const char *pcSysName)
     memset(gszLineBuf, 0, sizeof(gszLineBuf));
     bool bHelpPending = false;
     for (;;) {
-        if (gbAutoFixed) {
-            printf("%s", gszLineBuf);
-            gbAutoFixed = 0;
-        } else if (bHelpPending) {
-            printf("\r\n%s", gszSysPrompt);
-            printf("%s", gszLineBuf);
-        } else {
-            printf("\r\n%s", gszSysPrompt);
+        if (!gbAutoFixed) {
+            out_str("\r\n");
+            out_str(gszSysPrompt);
         }
+        if (gbAutoFixed || bHelpPending) {
+            out_str(gszLineBuf);
+        }
+        gbAutoFixed = 0;
         bHelpPending = false;
         if (CLI_Getline(gszLineBuf) != 0) {
             return false;
         }
         if (gszLineBuf[0] == 'q' || gszLineBuf[0] == 'Q') {
-            puts("\r");
+            out_str("\r\n");
             return true;
         }
         size_t ulLen = strlen(gszLineBuf);
         if (ulLen > 0 && ed_is_help_marker(gszLineBuf[ulLen - 1])) {
             bHelpPending = true;
-            printf("\033[%uD", static_cast<unsigned>(ulLen - 1));
+            out_int("\033[", static_cast<int>(ulLen - 1), "D");
         }
         CLI_MainProcess(gszLineBuf, static_cast<uint64_t>(genLanguage));
         ulLen = strlen(gszLineBuf);
@@ -1433,8 +1752,7 @@ enum EdUserChoice { ED_USER_AGAIN, ED_USER_EQUIPMENT, ED_USER_QUIT };
 EdUserChoice ed_user_choice(char *pcLine)
 {
     if (pcLine[0] == ED_KEY_TAB || pcLine[0] == ED_KEY_HELP) {
-        printf("\r\nen_equipment\t\tEnter Sys Mode");
-        printf("\r\nquit\t\t\tQuit CLI");
+        out_str("\r\nen_equipment\t\tEnter Sys Mode\r\nquit\t\t\tQuit CLI");
         return ED_USER_AGAIN;
     }
     // "e" and Tab is user mode's only completion.
@@ -1456,7 +1774,8 @@ void ed_user_mode(const char *pcSysName)
 {
     for (;;) {
         snprintf(gszSysPrompt, sizeof(gszSysPrompt), "<%s>", pcSysName);
-        printf("\r\n%s", gszSysPrompt);
+        out_str("\r\n");
+        out_str(gszSysPrompt);
         EdUserChoice enChoice = ED_USER_AGAIN;
         while (enChoice == ED_USER_AGAIN) {
             memset(gszLineBuf, 0, sizeof(gszLineBuf));
@@ -1465,7 +1784,8 @@ void ed_user_mode(const char *pcSysName)
             }
             enChoice = ed_user_choice(gszLineBuf);
             if (enChoice == ED_USER_AGAIN) {
-                printf("\r\n%s", gszSysPrompt);
+                out_str("\r\n");
+                out_str(gszSysPrompt);
             }
         }
         if (enChoice == ED_USER_QUIT || !ed_equipment_mode(pcSysName)) {
@@ -1505,9 +1825,13 @@ int CLI_ProcessCmd(const char *pcSysName)
     }
     ed_start_led_worker();
 
-    ed_user_mode(pcSysName);
-
-    puts("\r");
+    {
+        // Held for the whole session: output leaves at the loop's flush
+        // points, so a command's closing and the next prompt go together.
+        OutPiece stPiece;
+        ed_user_mode(pcSysName);
+        out_str("\r\n");
+    }
     int iRet = ed_restore_terminal();
     ed_destroy_tree();
     return iRet;
