@@ -2,7 +2,8 @@
 # make sim      build and run the tool on the simulated board (ARGS="-d" passes options to cli)
 # make check    install what is missing, build, run every test (also under ASan/UBSan)
 # make aarch64  cross-build for the board
-# make bench    build a Release tree and run the engine benchmark (against libcli when installed)
+# make bench    build a Release tree and run the engine benchmark (against libcli when installed;
+#               BENCH_ARGS="--benchmark_filter=engine/" passes Google Benchmark options)
 
 BUILD      ?= build
 BUILD_SAN  ?= build-san
@@ -11,6 +12,7 @@ BUILD_REL  ?= build-release
 JOBS       ?= $(shell nproc)
 PYTHON     ?= /usr/bin/python3
 ARGS       ?=
+BENCH_ARGS ?=
 
 .PHONY: all deps sim check unit e2e sanitize aarch64 bench format clean
 
@@ -49,10 +51,10 @@ check: deps
 	$(MAKE) aarch64
 
 # Timings mean something only with the optimiser on.
-bench:
+bench: deps
 	@test -f $(BUILD_REL)/CMakeCache.txt || cmake -S . -B $(BUILD_REL) -DCMAKE_BUILD_TYPE=Release
 	cmake --build $(BUILD_REL) -j $(JOBS) --target cli_bench
-	$(BUILD_REL)/bench/cli_bench
+	$(BUILD_REL)/bench/cli_bench $(BENCH_ARGS)
 
 # The house style (.clang-format) over every C++ source of the project.
 FORMAT_FILES = $(shell git ls-files '*.cpp' '*.h')
