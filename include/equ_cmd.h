@@ -2,13 +2,25 @@
 // every board of this family lists (in calling order). A module joins the
 // table when it is built; the others keep their order.
 #pragma once
+#include <cstdint>
 
+void EQU_Cmd_GPS(void);
+void EQU_Cmd_Serial(void);
 void EQU_Cmd_Watchdog(void);
 void EQU_Cmd_Button(void);
 void EQU_Cmd_Led(void);
 
-#define EQU_CMD_TBL_K5T2B01 EQU_Cmd_Watchdog, EQU_Cmd_Button, EQU_Cmd_Led
+#define EQU_CMD_TBL_K5T2B01                                                                        \
+    EQU_Cmd_GPS, EQU_Cmd_Serial, EQU_Cmd_Watchdog, EQU_Cmd_Button, EQU_Cmd_Led
 
 // The LED module's flashing worker: the interactive loop starts it once and
 // it runs for the life of the process.
 void *EQU_CmdProc_LedFlick(void *pArg);
+
+// The serial module's RS-485 ends and its rate setting: no rule reaches the
+// master and slave on these boards, so a harness starts them from here.
+// Setting a rate (or starting a master) stops a running slave.
+uint32_t EQU_Serial_SetBaudRate(uint32_t u32Rate);
+uint32_t EQU_Serial_485Slave(uint32_t u32Tty);
+uint32_t EQU_Serial_485Master(uint32_t u32Tty, uint32_t u32Len, uint32_t u32Num,
+                              uint32_t u32Content);

@@ -99,3 +99,26 @@ inline constexpr EQU_HELP_ROW_S HELP_LED{szEquHelpLed, 0};
 inline constexpr EQU_HELP_ROW_S HELP_LED_OFF{szEquHelpLed, 1};
 inline constexpr EQU_HELP_ROW_S HELP_LED_ON{szEquHelpLed, 2};
 inline constexpr EQU_HELP_ROW_S HELP_WATCHDOG{szEquHelpWatchdog, 0};
+
+// Serial ports and GPS receiver.
+inline constexpr EQU_HELP_ROW_S HELP_SERIAL_RS{szEquHelpSerial, 0};
+inline constexpr EQU_HELP_ROW_S HELP_SERIAL_232{szEquHelpSerial, 1};
+inline constexpr EQU_HELP_ROW_S HELP_SERIAL_422{szEquHelpSerial, 2};
+inline constexpr EQU_HELP_ROW_S HELP_SERIAL_485{szEquHelpSerial, 3};
+inline constexpr EQU_HELP_ROW_S HELP_SERIAL_LOOPBACK{szEquHelpSerial, 4};
+inline constexpr EQU_HELP_ROW_S HELP_SERIAL_PKT_LEN{szEquHelpSerial, 5};
+inline constexpr EQU_HELP_ROW_S HELP_SERIAL_PKT_NUM{szEquHelpSerial, 6};
+inline constexpr EQU_HELP_ROW_S HELP_SERIAL_PKT_TYPE{szEquHelpSerial, 7};
+inline constexpr EQU_HELP_ROW_S HELP_SERIAL_MASTER{szEquHelpSerial, 8};
+inline constexpr EQU_HELP_ROW_S HELP_SERIAL_SLAVE{szEquHelpSerial, 9};
+inline constexpr EQU_HELP_ROW_S HELP_SERIAL_RATE{szEquHelpSerial, 10};
+inline constexpr EQU_HELP_ROW_S HELP_SERIAL_BAUD{szEquHelpSerial, 11};
+inline constexpr EQU_HELP_ROW_S HELP_SERIAL_TX_PORT{szEquHelpSerial, 12};
+inline constexpr EQU_HELP_ROW_S HELP_GPS{szEquHelpGps, 0};
+inline constexpr EQU_HELP_ROW_S HELP_GPS_SET{szEquHelpGps, 1};
+inline constexpr EQU_HELP_ROW_S HELP_GPS_GET{szEquHelpGps, 2};
+inline constexpr EQU_HELP_ROW_S HELP_GPS_RATE{szEquHelpGps, 3};
+inline constexpr EQU_HELP_ROW_S HELP_GPS_BAUD{szEquHelpGps, 4};
+inline constexpr EQU_HELP_ROW_S HELP_GPS_SATELLITE{szEquHelpGps, 5};
+inline constexpr EQU_HELP_ROW_S HELP_GPS_GPSTIME{szEquHelpGps, 6};
+inline constexpr EQU_HELP_ROW_S HELP_GPS_PORTNUM{szEquHelpGps, 7};
