@@ -7,6 +7,7 @@
 #include "../common/journal.h"
 #include "../common/state.h"
 #include "../common/sys.h"
+#include "real.h"
 
 #include <atomic>
 #include <cerrno>
@@ -26,6 +27,7 @@ struct Slot {
     std::atomic<const char *> path;  // null: not ours
     std::atomic<const NodeTable *> node;
     std::atomic<uint64_t> ino;
+    std::atomic<bool> line;  // a serial line, watched only
 };
 Slot g_fds[kMaxFd];
 
@@ -68,6 +70,7 @@ void track(int fd, const Claim &c)
         return;
     g_fds[fd].ino.store(inode_of(fd));
     g_fds[fd].node.store(c.node);
+    g_fds[fd].line.store(c.kind == Backing::Line);
     g_fds[fd].path.store(c.path);
 }
 
@@ -138,6 +141,9 @@ Claim claim_path(const char *path)
     if (const NodeTable *node = request_node(path)) {
         if (!state_dir().empty() && state_has_file(path + 1))
             c = Claim{Backing::Node, node->path, node};
+    } else if (!state_dir().empty() && serial_line(path)) {
+        if (const char *name = intern(path))
+            c = Claim{Backing::Line, name, nullptr};
     } else if (!state_dir().empty() && plain_file(path)) {
         if (const char *name = intern(path))
             c = Claim{Backing::File, name, nullptr};
@@ -152,7 +158,9 @@ int board_open(const Claim &c, int flags, mode_t mode)
     std::string how = flags_text(flags);
     if (open_fails(c, "flags", how))
         return -1;
-    int fd = c.node ? request_node_open(*c.node, flags) : plain_file_open(c.path, flags, mode);
+    int fd = c.node                    ? request_node_open(*c.node, flags)
+             : c.kind == Backing::Line ? real().open(c.path, flags, mode)
+                                       : plain_file_open(c.path, flags, mode);
     int err = errno;
     track(fd, c);
     journal_open(c, fd, err, "flags", how);
@@ -171,6 +179,8 @@ FILE *board_fopen(const Claim &c, const char *mode)
         fp = fd >= 0 ? fdopen(fd, mode) : nullptr;
         if (fd >= 0 && fp == nullptr)
             sys::close(fd);
+    } else if (c.kind == Backing::Line) {
+        fp = real().fopen(c.path, mode);
     } else {
         fp = plain_file_fopen(c.path, mode);
     }
@@ -184,6 +194,8 @@ FILE *board_fopen(const Claim &c, const char *mode)
 
 int board_access(const Claim &c, int how)
 {
+    if (c.kind == Backing::Line)
+        return real().access(c.path, how);
     return c.node ? 0 : plain_file_access(c.path, how);  // a node is read-write for all
 }
 
@@ -209,6 +221,12 @@ const NodeTable *board_node(int fd)
 {
     Slot *s = lookup(fd);
     return s ? s->node.load() : nullptr;
+}
+
+const char *board_line(int fd)
+{
+    Slot *s = lookup(fd);
+    return s && s->line.load() ? s->path.load() : nullptr;
 }
 
 int board_ioctl(const NodeTable &node, int fd, unsigned long req, void *arg)

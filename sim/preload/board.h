@@ -8,7 +8,7 @@
 
 namespace bsim {
 
-enum class Backing { None, Node, File };
+enum class Backing { None, Node, File, Line };
 
 struct Claim {
     Backing kind = Backing::None;
@@ -31,6 +31,8 @@ void board_closed(const char *path, int fd, int rc);
 
 // The request node behind fd, or null if fd is not one (any more).
 const NodeTable *board_node(int fd);
+// The serial line's path behind fd, or null if fd is not one (any more).
+const char *board_line(int fd);
 // Serves a request on a board node's descriptor, setting errno as a driver.
 int board_ioctl(const NodeTable &node, int fd, unsigned long req, void *arg);
 

@@ -10,7 +10,10 @@
 #include <cstdarg>
 #include <cstdio>
 #include <dlfcn.h>
+#include <cstdint>
 #include <fcntl.h>
+#include <sys/ioctl.h>
+#include <termios.h>
 
 using namespace bsim;
 
@@ -71,6 +74,9 @@ const Real &bsim::real()
         next<int (*)(FILE *)>("fclose"),
         next<int (*)(int, unsigned long, ...)>("ioctl"),
         next<int (*)(const char *, int)>("access"),
+        next<int (*)(int, termios *)>("tcgetattr"),
+        next<int (*)(int, int, const termios *)>("tcsetattr"),
+        next<int (*)(int, int)>("tcflush"),
     };
     return r;
 }
@@ -169,8 +175,49 @@ BSIM_EXPORT int ioctl(int fd, unsigned long req, ...) noexcept
     va_start(ap, req);
     void *arg = va_arg(ap, void *);
     va_end(ap);
-    const NodeTable *node = board_node(fd);
-    return node ? board_ioctl(*node, fd, req, arg) : real().ioctl(fd, req, arg);
+    if (const NodeTable *node = board_node(fd))
+        return board_ioctl(*node, fd, req, arg);
+    if (const char *line = board_line(fd)) {
+        return serial_line_request(line, fd, req, arg, [](int f, unsigned long r, const void *a) {
+            return real().ioctl(f, r, a);
+        });
+    }
+    return real().ioctl(fd, req, arg);
+}
+
+// The termios calls reach the kernel without our ioctl, so the serial lines
+// watch them here, under the requests they stand for.
+BSIM_EXPORT int tcgetattr(int fd, struct termios *t) noexcept
+{
+    const char *line = board_line(fd);
+    if (line == nullptr)
+        return real().tcgetattr(fd, t);
+    return serial_line_request(line, fd, TCGETS, t, [](int f, unsigned long, const void *a) {
+        return real().tcgetattr(f, static_cast<termios *>(const_cast<void *>(a)));
+    });
+}
+
+BSIM_EXPORT int tcsetattr(int fd, int how, const struct termios *t) noexcept
+{
+    const char *line = board_line(fd);
+    if (line == nullptr)
+        return real().tcsetattr(fd, how, t);
+    unsigned long req = how == TCSADRAIN ? TCSETSW : how == TCSAFLUSH ? TCSETSF : TCSETS;
+    return serial_line_request(line, fd, req, t, [](int f, unsigned long r, const void *a) {
+        int h = r == TCSETSW ? TCSADRAIN : r == TCSETSF ? TCSAFLUSH : TCSANOW;
+        return real().tcsetattr(f, h, static_cast<const termios *>(a));
+    });
+}
+
+BSIM_EXPORT int tcflush(int fd, int queue) noexcept
+{
+    const char *line = board_line(fd);
+    if (line == nullptr)
+        return real().tcflush(fd, queue);
+    const void *arg = reinterpret_cast<const void *>(static_cast<intptr_t>(queue));
+    return serial_line_request(line, fd, TCFLSH, arg, [](int f, unsigned long, const void *a) {
+        return real().tcflush(f, static_cast<int>(reinterpret_cast<intptr_t>(a)));
+    });
 }
 
 BSIM_EXPORT int access(const char *path, int how) noexcept

@@ -1,7 +1,9 @@
 // The kinds of board path, one source file each with its table:
 //   request nodes (request_nodes.cpp): /dev/<name>, a memory file as the
 //     descriptor and a table of requests, each with its record layout;
-//   plain files (plain_files.cpp): /proc and /sys files kept in the state.
+//   plain files (plain_files.cpp): /proc and /sys files kept in the state;
+//   serial lines (serial_lines.cpp): /dev/ttyS<n>, pseudo-terminals the box
+//     links in, watched only (state file serial/ttyS<n>).
 // A path is the board's when its kind knows it and the state has its file.
 #pragma once
 #include "../common/records.h"
@@ -28,5 +30,14 @@ bool plain_file(const char *path);
 int plain_file_open(const char *path, int flags, mode_t mode);
 FILE *plain_file_fopen(const char *path, const char *mode);
 int plain_file_access(const char *path, int how);
+
+// True for /dev/ttyS<n> when the state has serial/ttyS<n>.
+bool serial_line(const char *path);
+// A terminal request on a serial line (TCGETS, TCSETS*, TCFLSH, or any other
+// ioctl): journaled and fault-injectable ("ioctl./dev/ttyS0.0x5402"); call
+// makes the real request. errno as the kernel would leave it.
+using LineCall = int (*)(int fd, unsigned long req, const void *arg);
+int serial_line_request(const char *path, int fd, unsigned long req, const void *arg,
+                        LineCall call);
 
 }  // namespace bsim

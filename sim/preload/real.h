@@ -3,6 +3,7 @@
 // its own file work uses raw system calls (sys.h).
 #pragma once
 #include <cstdio>
+#include <termios.h>
 
 namespace bsim {
 
@@ -21,6 +22,9 @@ struct Real {
     int (*fclose)(FILE *);
     int (*ioctl)(int, unsigned long, ...);
     int (*access)(const char *, int);
+    int (*tcgetattr)(int, termios *);
+    int (*tcsetattr)(int, int, const termios *);
+    int (*tcflush)(int, int);
 };
 
 const Real &real();

@@ -1,0 +1,220 @@
+"""The board's serial lines: a pseudo-terminal per line of the state's
+serial/ directory, linked into the box as /dev/ttyS<n>, with the fixture the
+factory plugs into it on the far end:
+
+    loopback        a plug that sends back what it receives
+    cable=ttyS<m>   a null-modem cable to another line of the board
+    master          a remote RS-485 master: a test packet every every_ms
+                    (1000), len (16) bytes of payload; each echo is journaled
+    gps             the GPS receiver: the sentences of gps/nmea, with their
+                    checksums, once a second at gps/receiver_baud (9600); a
+                    UART set to another rate (gps/baud) reads garbage
+
+Words after the mode change what leaves a line, read at every transfer:
+pulled (nothing arrives), drop=N (byte N of each transfer is lost),
+corrupt=N (byte N has its low bit flipped), delay_ms=N (arrives late);
+silent keeps a receiver quiet.
+
+    serial_lines.py ROOT STATE   (as root, in the box's mount namespace)
+
+Returns once the lines are linked; a child serves them until the box ends.
+"""
+import fcntl
+import heapq
+import os
+import selectors
+import struct
+import sys
+import termios
+import time
+
+TIOCSPTLCK = 0x40045431
+TIOCGPTN = 0x80045430
+SPEEDS = {getattr(termios, 'B%d' % r): r for r in (1200, 2400, 4800, 9600, 19200, 38400,
+                                                   57600, 115200, 230400)}
+
+
+def words(path):
+    try:
+        with open(path) as f:
+            text = f.read().split()
+    except OSError:
+        return None, {}
+    opts = dict(w.split('=', 1) if '=' in w else (w, '') for w in text)
+    return (text[0].split('=')[0] if text else None), opts
+
+
+def number(opts, key, default):
+    try:
+        return int(opts[key], 0)
+    except (KeyError, ValueError):
+        return default
+
+
+def raw(fd):
+    attrs = termios.tcgetattr(fd)
+    attrs[0] = attrs[1] = attrs[3] = 0
+    attrs[2] = termios.CS8 | termios.CREAD | termios.CLOCAL | termios.B9600
+    attrs[6][termios.VMIN], attrs[6][termios.VTIME] = 1, 0
+    termios.tcsetattr(fd, termios.TCSANOW, attrs)
+
+
+def speed(fd):
+    # On a pty master the kernel answers with the board side's attributes.
+    return SPEEDS.get(termios.tcgetattr(fd)[2] & termios.CBAUD, 0)
+
+
+def garble(data):
+    return bytes((b * 7 + 0x35) & 0xFF for b in data)
+
+
+def nmea(path):
+    out = b''
+    try:
+        lines = open(path, 'rb').read().splitlines()
+    except OSError:
+        return out
+    for line in lines:
+        body = line.strip().lstrip(b'$').split(b'*')[0]
+        if body:
+            check = 0
+            for b in body:
+                check ^= b
+            out += b'$%s*%02X\r\n' % (body, check)
+    return out
+
+
+class Line:
+    def __init__(self, root, state, name):
+        self.name, self.state = name, state
+        self.conf = os.path.join(state, 'serial', name)
+        self.master = os.open(os.path.join(root, 'dev/pts/ptmx'), os.O_RDWR | os.O_NOCTTY)
+        fcntl.ioctl(self.master, TIOCSPTLCK, struct.pack('i', 0))
+        num = struct.unpack('I', fcntl.ioctl(self.master, TIOCGPTN, b'\0' * 4))[0]
+        # Held open so the master never sees a hang-up between the tool's opens.
+        self.slave = os.open(os.path.join(root, 'dev/pts', str(num)), os.O_RDWR | os.O_NOCTTY)
+        raw(self.slave)
+        os.set_blocking(self.master, False)
+        link = os.path.join(root, 'dev', name)
+        if os.path.lexists(link):
+            os.unlink(link)
+        os.symlink('pts/%d' % num, link)
+        self.echo = b''
+        self.sent = b''
+
+    def mode(self):
+        return words(self.conf)
+
+
+class Lines:
+    def __init__(self, root, state):
+        self.state = state
+        self.lines = {}
+        for name in sorted(os.listdir(os.path.join(state, 'serial'))):
+            if name.startswith('ttyS') and name[4:].isdigit():
+                self.lines[name] = Line(root, state, name)
+        self.timers = []  # (due, seq, action)
+        self.seq = 0
+        self.sel = selectors.DefaultSelector()
+        for line in self.lines.values():
+            self.sel.register(line.master, selectors.EVENT_READ, line)
+            self.later(0, self.tick, line)
+
+    def later(self, secs, action, *args):
+        self.seq += 1
+        heapq.heappush(self.timers, (time.monotonic() + secs, self.seq, action, args))
+
+    def journal(self, text):
+        fd = os.open(os.path.join(self.state, 'journal'), os.O_WRONLY | os.O_APPEND | os.O_CREAT,
+                     0o644)
+        os.write(fd, (text + '\n').encode())
+        os.close(fd)
+
+    def deliver(self, line, data, opts):
+        """Sends data towards the board's end of line, as the words say."""
+        if 'pulled' in opts or not data:
+            return
+        drop, flip = number(opts, 'drop', -1), number(opts, 'corrupt', -1)
+        if 0 <= flip < len(data):
+            data = data[:flip] + bytes([data[flip] ^ 1]) + data[flip + 1:]
+        if 0 <= drop < len(data):
+            data = data[:drop] + data[drop + 1:]
+        self.later(number(opts, 'delay_ms', 0) / 1000.0, self.put, line, data)
+
+    def put(self, line, data):
+        try:
+            os.write(line.master, data)
+        except (BlockingIOError, OSError):
+            pass  # a full queue loses bytes, as a real UART overruns
+
+    def received(self, line):
+        try:
+            data = os.read(line.master, 4096)
+        except (BlockingIOError, OSError):
+            return
+        mode, opts = line.mode()
+        if mode == 'loopback':
+            self.deliver(line, data, opts)
+        elif mode == 'cable' and opts.get('cable') in self.lines:
+            peer = self.lines[opts['cable']]
+            if speed(peer.master) != speed(line.master):
+                data = garble(data)
+            self.deliver(peer, data, opts)
+        elif mode == 'master':
+            self.master_echo(line, data)
+
+    def master_echo(self, line, data):
+        line.echo += data
+        while line.sent and len(line.echo) >= len(line.sent):
+            got, line.echo = line.echo[:len(line.sent)], line.echo[len(line.sent):]
+            self.journal('serial /dev/%s echo len=%d -> %d' % (line.name, len(got),
+                                                               0 if got == line.sent else -1))
+
+    def tick(self, line):
+        mode, opts = line.mode()
+        if mode == 'gps':
+            self.later(1.0, self.tick, line)
+            if 'silent' in opts or 'pulled' in opts:
+                return
+            data = nmea(os.path.join(self.state, 'gps/nmea'))
+            rate, _ = words(os.path.join(self.state, 'gps/baud'))
+            own, _ = words(os.path.join(self.state, 'gps/receiver_baud'))
+            if (rate or '9600') != (own or '9600'):
+                data = garble(data)
+            raw(line.slave)  # the receiver's line stays raw whoever opens it
+            self.deliver(line, data, opts)
+        elif mode == 'master':
+            self.later(number(opts, 'every_ms', 1000) / 1000.0, self.tick, line)
+            size = number(opts, 'len', 16) & 0xFF
+            line.sent = b'\xff\xff\xff\xff' + bytes([size, 1]) + bytes(range(size))
+            line.echo = b''
+            self.deliver(line, line.sent, opts)
+        else:
+            self.later(1.0, self.tick, line)
+
+    def run(self):
+        while True:
+            wait = max(0.0, self.timers[0][0] - time.monotonic()) if self.timers else None
+            for key, _ in self.sel.select(wait):
+                self.received(key.data)
+            now = time.monotonic()
+            while self.timers and self.timers[0][0] <= now:
+                _, _, action, args = heapq.heappop(self.timers)
+                action(*args)
+
+
+def main(root, state):
+    if not os.path.isdir(os.path.join(state, 'serial')):
+        return 0
+    lines = Lines(root, state)
+    if os.fork() == 0:
+        os.setsid()
+        devnull = os.open(os.devnull, os.O_RDWR)
+        for fd in (0, 1, 2):
+            os.dup2(devnull, fd)
+        lines.run()
+    return 0
+
+
+if __name__ == '__main__':
+    sys.exit(main(sys.argv[1], sys.argv[2]))
