@@ -9,9 +9,13 @@ void EQU_Cmd_Serial(void);
 void EQU_Cmd_Watchdog(void);
 void EQU_Cmd_Button(void);
 void EQU_Cmd_Led(void);
+void EQU_Cmd_Rtc(void);
+void EQU_Cmd_ManuInfo(void);
+void EQU_Cmd_Version(void);
 
 #define EQU_CMD_TBL_K5T2B01                                                                        \
-    EQU_Cmd_GPS, EQU_Cmd_Serial, EQU_Cmd_Watchdog, EQU_Cmd_Button, EQU_Cmd_Led
+    EQU_Cmd_GPS, EQU_Cmd_Rtc, EQU_Cmd_ManuInfo, EQU_Cmd_Version, EQU_Cmd_Serial, EQU_Cmd_Watchdog, \
+        EQU_Cmd_Button, EQU_Cmd_Led
 
 // The LED module's flashing worker: the interactive loop starts it once and
 // it runs for the life of the process.

@@ -28,6 +28,7 @@ inline constexpr const char *EQU_DEV_MISC = "/dev/hal_misc";
 inline constexpr const char *EQU_DEV_GPIO = "/dev/hal_gpio";
 inline constexpr const char *EQU_DEV_RMC = "/dev/hal_rmc";
 inline constexpr const char *EQU_DEV_WATCHDOG = "/dev/hal_watchdog";
+inline constexpr const char *EQU_DEV_SC = "/dev/hal_sc";
 inline constexpr const char *EQU_PROC_WATCHDOG_STATUS = "/proc/watchdog_status";
 
 // Open-failure messages, printed around the node's path.

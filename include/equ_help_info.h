@@ -122,3 +122,22 @@ inline constexpr EQU_HELP_ROW_S HELP_GPS_BAUD{szEquHelpGps, 4};
 inline constexpr EQU_HELP_ROW_S HELP_GPS_SATELLITE{szEquHelpGps, 5};
 inline constexpr EQU_HELP_ROW_S HELP_GPS_GPSTIME{szEquHelpGps, 6};
 inline constexpr EQU_HELP_ROW_S HELP_GPS_PORTNUM{szEquHelpGps, 7};
+
+// Clock, manufacturing data and version report.
+inline constexpr EQU_HELP_ROW_S HELP_RTC{szEquHelpRtc, 0};
+inline constexpr EQU_HELP_ROW_S HELP_RTC_SETTIME{szEquHelpRtc, 1};
+inline constexpr EQU_HELP_ROW_S HELP_RTC_GETTIME{szEquHelpRtc, 2};
+inline constexpr EQU_HELP_ROW_S HELP_RTC_SETZONE{szEquHelpRtc, 3};
+inline constexpr EQU_HELP_ROW_S HELP_RTC_GETZONE{szEquHelpRtc, 4};
+inline constexpr EQU_HELP_ROW_S HELP_RTC_TIME{szEquHelpRtc, 5};
+inline constexpr EQU_HELP_ROW_S HELP_RTC_DAY{szEquHelpRtc, 6};
+inline constexpr EQU_HELP_ROW_S HELP_RTC_ZONE{szEquHelpRtc, 7};
+inline constexpr EQU_HELP_ROW_S HELP_RTC_BATTERY{szEquHelpRtc, 8};
+inline constexpr EQU_HELP_ROW_S HELP_MANUINFO{szEquHelpManuinfo, 0};
+inline constexpr EQU_HELP_ROW_S HELP_MANUINFO_DEVICE{szEquHelpManuinfo, 1};
+inline constexpr EQU_HELP_ROW_S HELP_MANUINFO_UPDATE{szEquHelpManuinfo, 2};
+inline constexpr EQU_HELP_ROW_S HELP_MANUINFO_ID{szEquHelpManuinfo, 3};
+inline constexpr EQU_HELP_ROW_S HELP_MANUINFO_CONTENT{szEquHelpManuinfo, 4};
+inline constexpr EQU_HELP_ROW_S HELP_OEM_LOGO{szEquHelpOem, 0};
+inline constexpr EQU_HELP_ROW_S HELP_VERSION{szEquHelpVersion, 0};
+inline constexpr EQU_HELP_ROW_S HELP_VERSION_BOARD_TYPE{szEquHelpVersion, 1};

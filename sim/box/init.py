@@ -4,7 +4,7 @@ ended (exit status or signal) for the launcher. The program itself must not
 be PID 1: the kernel drops the signals an init raises on itself, so a tool
 that dies by re-raising a fatal signal would live on.
 
-    init.py PROG ARGS...   (environment: BOX_ROOT BOX_RUN BOX_STATE BOX_FAST
+    init.py PROG ARGS...   (environment: BOX_ROOT BOX_RUN BOX_STATE BOX_CLOCK
                             BOX_PRELOAD, set by the board script)
 """
 import ctypes
@@ -47,11 +47,12 @@ def box_env():
     for name in ('BOARDSIM_DEBUG', 'UBSAN_OPTIONS', 'LSAN_OPTIONS'):
         if name in os.environ:
             env[name] = os.environ[name]
-    if os.environ.get('BOX_FAST') == '1':
-        # Twenty times faster from the real time of each start; sleeps shrink
-        # alike, monotonic clocks included so time-outs keep their proportions.
-        env.update(FAKETIME='+0 x20', FAKETIME_DONT_RESET='1', DONT_FAKE_MONOTONIC='0',
-                   FAKETIME_NO_CACHE='1')
+    if os.environ.get('BOX_CLOCK'):
+        # The box's own clock: the time library reads its offset (and, with
+        # --fast, its speed of twenty) from a file that setting the time
+        # rewrites; sleeps and monotonic clocks keep the same proportions.
+        env.update(FAKETIME_TIMESTAMP_FILE=os.environ['BOX_CLOCK'], FAKETIME_DONT_RESET='1',
+                   DONT_FAKE_MONOTONIC='0', FAKETIME_NO_CACHE='1')
     return env
 
 

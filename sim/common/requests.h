@@ -65,4 +65,8 @@ constexpr uint32_t kDiskPresent = 0x40500;
 constexpr uint32_t kDiskCapacity = 0x40510;
 constexpr uint32_t kUsbInfo = 0x40504;
 
+// /dev/rtc, /dev/rtc0, /dev/misc/rtc (the kernel's RTC_SET_TIME, RTC_RD_TIME)
+constexpr uint32_t kRtcSetTime = 0x4024700A;
+constexpr uint32_t kRtcReadTime = 0x80247009;
+
 }  // namespace bsim::req

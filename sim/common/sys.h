@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <ctime>
 #include <sys/syscall.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -76,6 +77,15 @@ inline long pid()
 inline long tid()
 {
     return ::syscall(SYS_gettid);
+}
+
+// The host's clock, past any time library preloaded ahead of us: the RTC
+// runs on it whatever the box's own clock says.
+inline time_t host_now()
+{
+    struct timespec ts {};
+    ::syscall(SYS_clock_gettime, CLOCK_REALTIME, &ts);
+    return ts.tv_sec;
 }
 
 }  // namespace bsim::sys

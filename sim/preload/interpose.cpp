@@ -1,5 +1,7 @@
 // LD_PRELOAD front of the board simulator (libboardsim.so): thin wrappers
-// around open/openat/fopen/close/fclose/ioctl/access. Each asks board.cpp
+// around open/openat/fopen/close/fclose/ioctl/access, the termios calls of
+// the serial lines, and the clock setters (settimeofday, clock_settime) that
+// move the box's own clock. Each asks board.cpp
 // whether the path or descriptor is the board's and otherwise calls the real
 // function, looked up once, untouched. errno is left as the caller would see
 // it from a real call.
@@ -7,11 +9,17 @@
 #include "board.h"
 #include "real.h"
 
+#include "../common/sys.h"
+
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <dlfcn.h>
 #include <cstdint>
 #include <fcntl.h>
+#include <string>
+#include <sys/time.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 
@@ -51,6 +59,40 @@ FILE *do_fopen(const char *path, const char *mode, FopenFn fn)
         return board_fopen(c, mode);
     board_passed("fopen", path);
     return fn(path, mode);
+}
+
+// The box's own clock. The kernel will not let the box set the host's
+// clock, so setting the time moves the offset in the time library's file
+// (FAKETIME_TIMESTAMP_FILE: "+SECONDS [xSPEED]") that every process of the
+// box reads; the speed part is kept. Outside a box the kernel answers.
+int set_box_clock(time_t want)
+{
+    const char *file = getenv("FAKETIME_TIMESTAMP_FILE");
+    if (file == nullptr) {
+        struct timeval tv {
+            want, 0
+        };
+        return static_cast<int>(syscall(SYS_settimeofday, &tv, nullptr));
+    }
+    char buf[128] = {0};
+    int fd = sys::open(file, O_RDONLY);
+    ssize_t n = fd >= 0 ? sys::read(fd, buf, sizeof buf - 1) : 0;
+    if (fd >= 0)
+        sys::close(fd);
+    buf[n > 0 ? n : 0] = '\0';
+    char *rest = nullptr;
+    long long offset = std::strtoll(buf, &rest, 10);
+    offset += static_cast<long long>(want - time(nullptr));
+    std::string line = (offset < 0 ? "" : "+") + std::to_string(offset) + rest;
+    if (line.back() != '\n')
+        line += '\n';
+    std::string tmp = std::string(file) + ".new";
+    fd = sys::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (fd < 0)
+        return -1;
+    bool ok = sys::write(fd, line.data(), line.size()) == static_cast<ssize_t>(line.size());
+    sys::close(fd);
+    return ok && sys::rename(tmp.c_str(), file) == 0 ? 0 : -1;
 }
 
 mode_t mode_arg(int flags, va_list ap)
@@ -224,4 +266,19 @@ BSIM_EXPORT int access(const char *path, int how) noexcept
 {
     Claim c = claim_path(path);
     return c.kind != Backing::None ? board_access(c, how) : real().access(path, how);
+}
+
+BSIM_EXPORT int settimeofday(const struct timeval *tv, const struct timezone *tz) noexcept
+{
+    (void)tz;  // the kernel's time zone is not the board's concern
+    return tv ? set_box_clock(tv->tv_sec) : 0;
+}
+
+BSIM_EXPORT int clock_settime(clockid_t id, const struct timespec *ts) noexcept
+{
+    if (id != CLOCK_REALTIME) {
+        errno = EINVAL;
+        return -1;
+    }
+    return set_box_clock(ts->tv_sec);
 }

@@ -18,6 +18,7 @@
 //   disk/present, disk/capacity        per-slot words for cabinet 0
 //   usb/<port>                         name=, present=, id=
 //   proc/watchdog_status               rewritten when the watchdog is armed
+//   rtc                                the RTC's seconds ahead of the host clock
 #include "../common/records.h"
 #include "../common/requests.h"
 #include "../common/state.h"
@@ -470,6 +471,43 @@ constexpr Request kDiskReqs[] = {make_request(req::kDiskPresent, kPresent, disk_
                                  make_request(req::kDiskCapacity, kCapacity, disk_capacity),
                                  make_request(req::kUsbInfo, kUsb, usb_info)};
 
+// ---- /dev/rtc and its other names ----
+
+// The chip keeps running between reads and across runs: it is the host's
+// clock plus the offset that the last set left in the state.
+int rtc_read(Call &c)
+{
+    time_t t = sys::host_now() + static_cast<time_t>(state_num("rtc", 0));
+    struct tm tm {};
+    gmtime_r(&t, &tm);
+    const int f[] = {tm.tm_sec, tm.tm_min, tm.tm_hour, tm.tm_mday, tm.tm_mon, tm.tm_year};
+    std::memset(c.rec, 0, 36);
+    for (size_t i = 0; i < 6; ++i)
+        put_u32(c.rec, i * 4, static_cast<uint32_t>(f[i]));
+    return 0;
+}
+
+int rtc_set(Call &c)
+{
+    struct tm tm {};
+    int *f[] = {&tm.tm_sec, &tm.tm_min, &tm.tm_hour, &tm.tm_mday, &tm.tm_mon, &tm.tm_year};
+    for (size_t i = 0; i < 6; ++i)
+        *f[i] = static_cast<int32_t>(get_u32(c.rec, i * 4));
+    if (tm.tm_mon < 0 || tm.tm_mon > 11 || tm.tm_mday < 1 || tm.tm_mday > 31 || tm.tm_hour > 23 ||
+        tm.tm_min > 59 || tm.tm_sec > 59)
+        return fail(c, EINVAL);  // as the kernel's rtc_valid_tm
+    return stored(c, state_write("rtc", num_line(static_cast<int64_t>(timegm(&tm) - sys::host_now()))));
+}
+
+constexpr Field kRtcOut[] = {{"sec", 0, 4, Kind::S32, kOut}, {"min", 4, 4, Kind::S32, kOut},
+                             {"hour", 8, 4, Kind::S32, kOut}, {"mday", 12, 4, Kind::S32, kOut},
+                             {"mon", 16, 4, Kind::S32, kOut}, {"year", 20, 4, Kind::S32, kOut}};
+constexpr Field kRtcIn[] = {{"sec", 0, 4, Kind::S32, kIn}, {"min", 4, 4, Kind::S32, kIn},
+                            {"hour", 8, 4, Kind::S32, kIn}, {"mday", 12, 4, Kind::S32, kIn},
+                            {"mon", 16, 4, Kind::S32, kIn}, {"year", 20, 4, Kind::S32, kIn}};
+constexpr Request kRtcReqs[] = {make_request(req::kRtcReadTime, kRtcOut, rtc_read),
+                                make_request(req::kRtcSetTime, kRtcIn, rtc_set)};
+
 // ---- the nodes: one row each, and a state file dev/<name> ----
 
 template <size_t N>
@@ -488,6 +526,9 @@ constexpr NodeTable kNodes[] = {
     node("/dev/hal_sc", kScReqs),
     node("/dev/hal_runtime", kRuntimeReqs),
     node("/dev/harddisk", kDiskReqs),
+    node("/dev/rtc", kRtcReqs),
+    node("/dev/rtc0", kRtcReqs),
+    node("/dev/misc/rtc", kRtcReqs),
 };
 
 }  // namespace

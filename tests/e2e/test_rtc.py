@@ -1,0 +1,97 @@
+"""test rtc: the chip, nvram and the box's own clock; zone names both ways."""
+import re
+import shutil
+import time
+from datetime import datetime, timezone
+from pathlib import Path
+
+import pytest
+
+pytestmark = pytest.mark.needs_cli
+REPO = Path(__file__).resolve().parents[2]
+
+
+def test_settime_sets_chip_nvram_and_box_clock(board, box_run):
+    host_before = time.time()
+    frame = board.command('test rtc settime 23:59:30 2030-12-31', timeout=20)
+    assert (frame.result, frame.body) == ('pass', b'RTC_Chip time set is 23:59:30 2030-12-31')
+    ahead = datetime(2030, 12, 31, 23, 59, 30, tzinfo=timezone.utc).timestamp() - time.time()
+    assert abs(int(board.read('rtc')) - ahead) < 5
+    # hwclock -s moved the box's clock (fast: it also runs twenty times faster).
+    assert abs(int(board.read('clock').split()[0]) - ahead) < 300
+    assert (board.read('nvram/rtcdate'), board.read('nvram/rtctime')) == (
+        '2030-12-31\n', '23:59:30\n')
+    saved, now = board.command('test rtc gettime').body.split(b'\r\n')
+    assert saved == b'RTC_Chip saved set time is 23:59:30 2030-12-31'
+    assert re.fullmatch(rb'RTC_Chip time get is (23:59:[3-5]\d 2030-12-31|00:00:\d\d 2031-01-01) ',
+                        now)
+    board.line('quit')
+    # The chip kept running across runs; date in the box shows it once hwclock -s ran.
+    status, out = box_run('/bin/sh', '-c', 'hwclock -s && date -u +%Y-%m-%d', state=board.state)
+    assert status == 0 and re.search(rb'2030-12-31|2031-01-01', out)
+    assert time.time() - host_before < 60
+
+
+@pytest.mark.parametrize('time_, date', [
+    ('24:00:00', '2020-01-01'), ('1:02:03', '2020-01-01'), ('12:00:00', '2019-02-29'),
+    ('12:00:00', '1999-12-31'), ('12:00:00', '2038-01-01'), ('12:00:00', '2020-1-01'),
+])
+def test_validators_refuse(board, time_, date):
+    assert b'test result' not in board.line(f'test rtc settime {time_} {date}')
+    assert board.journal('open', '/dev/rtc') == []
+
+
+def test_rtc_nodes_in_order_and_failures(box_factory, tmp_path):
+    # The box's /dev is made at start: the board has only its third RTC name.
+    shutil.copytree(REPO / 'sim' / 'default-state' / 'dev', tmp_path / 'st' / 'dev')
+    (tmp_path / 'st' / 'dev' / 'rtc').unlink()
+    (tmp_path / 'st' / 'dev' / 'misc').mkdir()
+    (tmp_path / 'st' / 'dev' / 'misc' / 'rtc').touch()
+    board = box_factory(state=tmp_path / 'st', fast=True).start()
+    board.enter_equipment()
+    assert board.command('test rtc settime 00:00:00 2000-02-29').result == 'pass'
+    assert {e.name for e in board.journal('open') if 'rtc' in e.name} == {'/dev/misc/rtc'}
+    board.remove('dev/misc/rtc')
+    assert board.command('test rtc gettime').body == b'open rtc dev failed'
+    board.write('dev/misc/rtc', '')
+    board.fail('ioctl./dev/misc/rtc.0x4024700a')
+    assert board.command('test rtc settime 00:00:00 2024-02-29').body == b'write rtc failed'
+    board.fail('ioctl./dev/misc/rtc.0x80247009')
+    assert board.command('test rtc gettime').body == b'read rtc failed'
+    board.unfail('ioctl./dev/misc/rtc.0x80247009')
+    board.remove('nvram/rtctime')
+    frame = board.command('test rtc gettime')
+    assert frame.result == 'fail' and frame.body.endswith(b'\r\nread rtc time from flash error')
+    frame = board.command('test rtc battery')
+    assert (frame.result, frame.body) == ('pass', b'')
+
+
+@pytest.mark.parametrize('typed, sent', [
+    ('GMT+8', 'GMT-8'), ('GMT-3.5', 'Newfoundland'), ('Tehran', 'Tehran'), ('GMT+7.5', 'GMT+7.5'),
+    ('GMT-13', 'GMT-13'), ('Europe/' + 'X' * 40, 'Europe/' + 'X' * 24),
+])
+def test_setzone_translates_to_the_driver(board, typed, sent):
+    frame = board.command(f'test rtc setzone {typed}')
+    assert (frame.result, frame.body) == ('pass', f'TimeZone setzone: {typed[:31]}'.encode())
+    assert [e['zone'] for e in board.journal('drv', 'DRV_PerpCtl', 0x1610)] == [sent]
+    assert board.read('nvram/factory_timezone') == typed[:31] + '\n'
+
+
+@pytest.mark.parametrize('driver, factory, shown', [
+    ('GMT-8', 'GMT+8', 'GMT+8'), ('GMT', 'GMT+0', 'GMT+0'), ('CST', 'GMT+8', 'GMT+9.5'),
+    ('AFT', 'Kabul', 'Kabul'), ('Tehran', 'GMT+3.5', 'Tehran'), ('UTC', 'UTC', 'UTC'),
+])
+def test_getzone_translates_back(board, driver, factory, shown):
+    board.write('timezone', driver + '\n')
+    board.write('nvram/factory_timezone', factory + '\n')
+    frame = board.command('test rtc getzone')
+    assert frame.body == f'rtc current getzone: {shown}\r\nrtc factory getzone: {factory}'.encode()
+
+
+def test_zone_failures(board):
+    board.fail('DRV_PerpCtl.0x1610')
+    assert board.command('test rtc setzone GMT+8').body == b'set time zone GMT-8 failed'
+    board.remove('nvram/factory_timezone')
+    assert board.command('test rtc getzone').body.endswith(b'\r\nsave factory_timezone=GMT-8 to flash error')
+    board.fail('DRV_PerpCtl.0x1611')
+    assert board.command('test rtc getzone').body == b'get time zone failed'
