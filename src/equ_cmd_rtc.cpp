@@ -220,7 +220,9 @@ uint32_t get_env(const char *pcName, char *pcOut, size_t ulLen)
     if (EQU_GetEnvFromFlash(&stEnv) != EQU_OK) {
         return EQU_FAIL;
     }
-    snprintf(pcOut, ulLen, "%s", stEnv.szValue);
+    size_t n = strnlen(stEnv.szValue, ulLen - 1);
+    memcpy(pcOut, stEnv.szValue, n);
+    pcOut[n] = '\0';
     return EQU_OK;
 }
 
