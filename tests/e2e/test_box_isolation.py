@@ -84,7 +84,8 @@ def test_the_box_shows_the_board_not_the_host(box_factory):
     seen = out.split()
     # The time library's shared memory is the box's own, in its /dev/shm.
     dev = {p[4:] for p in seen if p.startswith('dev/') and not p.startswith('dev/shm/')}
-    nodes = {p.name for p in (DEFAULT_STATE / 'dev').iterdir()} - {'hal_sc'} | {'mmcblk0p7'}
+    lines = {p.name for p in board.path('serial').iterdir()}  # the serial lines' ttys
+    nodes = {p.name for p in (DEFAULT_STATE / 'dev').iterdir()} - {'hal_sc'} | {'mmcblk0p7'} | lines
     assert dev - HARMLESS_DEV == nodes
     assert not [p for p in seen if p.startswith('proc/bus/')]
     assert {p for p in seen if p.startswith('sys/')} == {
