@@ -1,12 +1,14 @@
 # make          build the tool, the simulator, the tests and the benchmark
 # make sim      build and run the tool on the simulated board (ARGS="-d" passes options to cli)
 # make check    install what is missing, build, run every test (also under ASan/UBSan)
+# make tsan     the unit tests and the threads' end-to-end tests (LED worker, RS-485 slave) under TSan
 # make aarch64  cross-build for the board
 # make bench    build a Release tree and run the engine benchmark (against libcli when installed;
 #               BENCH_ARGS="--benchmark_filter=engine/" passes Google Benchmark options)
 
 BUILD      ?= build
 BUILD_SAN  ?= build-san
+BUILD_TSAN ?= build-tsan
 BUILD_ARM  ?= build-aarch64
 BUILD_REL  ?= build-release
 JOBS       ?= $(shell nproc)
@@ -14,7 +16,7 @@ PYTHON     ?= /usr/bin/python3
 ARGS       ?=
 BENCH_ARGS ?=
 
-.PHONY: all deps sim check unit e2e sanitize aarch64 bench format clean
+.PHONY: all deps sim check unit e2e sanitize tsan aarch64 bench format clean
 
 all:
 	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -38,6 +40,12 @@ sanitize:
 	cd $(BUILD_SAN) && ASAN_OPTIONS=detect_leaks=1 ctest --output-on-failure -j $(JOBS)
 	CLI_BUILD_DIR=$(abspath $(BUILD_SAN)) $(PYTHON) -m pytest -q tests/e2e
 
+tsan:
+	@test -f $(BUILD_TSAN)/CMakeCache.txt || cmake -S . -B $(BUILD_TSAN) -DCMAKE_BUILD_TYPE=Debug -DCLI_TSAN=ON
+	cmake --build $(BUILD_TSAN) -j $(JOBS)
+	cd $(BUILD_TSAN) && ctest --output-on-failure -j $(JOBS)
+	CLI_BUILD_DIR=$(abspath $(BUILD_TSAN)) $(PYTHON) -m pytest -q tests/e2e/test_led.py tests/e2e/test_serial.py
+
 aarch64:
 	@test -f $(BUILD_ARM)/CMakeCache.txt || cmake -S . -B $(BUILD_ARM) \
 	      -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -48,6 +56,7 @@ check: deps
 	$(MAKE) unit
 	$(MAKE) e2e
 	$(MAKE) sanitize
+	$(MAKE) tsan
 	$(MAKE) aarch64
 
 # Timings mean something only with the optimiser on.
@@ -62,4 +71,4 @@ format:
 	clang-format -i $(FORMAT_FILES)
 
 clean:
-	rm -rf $(BUILD) $(BUILD_SAN) $(BUILD_ARM) $(BUILD_REL)
+	rm -rf $(BUILD) $(BUILD_SAN) $(BUILD_TSAN) $(BUILD_ARM) $(BUILD_REL)
