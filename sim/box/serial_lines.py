@@ -13,7 +13,8 @@ factory plugs into it on the far end:
 Words after the mode change what leaves a line, read at every transfer:
 pulled (nothing arrives), drop=N (byte N of each transfer is lost),
 corrupt=N (byte N has its low bit flipped), delay_ms=N (arrives late);
-silent keeps a receiver quiet.
+silent keeps a receiver quiet; vtime=N (tenths of a second) ends a read that
+waited that long for nothing with no bytes, as a UART left in timed mode.
 
     serial_lines.py ROOT STATE   (as root, in the box's mount namespace)
 
@@ -51,11 +52,12 @@ def number(opts, key, default):
         return default
 
 
-def raw(fd):
+def raw(fd, vtime=0):
     attrs = termios.tcgetattr(fd)
     attrs[0] = attrs[1] = attrs[3] = 0
     attrs[2] = termios.CS8 | termios.CREAD | termios.CLOCAL | termios.B9600
-    attrs[6][termios.VMIN], attrs[6][termios.VTIME] = 1, 0
+    vtime = min(max(vtime, 0), 255)
+    attrs[6][termios.VMIN], attrs[6][termios.VTIME] = (0, vtime) if vtime else (1, 0)
     termios.tcsetattr(fd, termios.TCSANOW, attrs)
 
 
@@ -174,6 +176,7 @@ class Lines:
         mode, opts = line.mode()
         if mode == 'gps':
             self.later(1.0, self.tick, line)
+            raw(line.slave, number(opts, 'vtime', 0))  # the receiver's line, whoever opens it
             if 'silent' in opts or 'pulled' in opts:
                 return
             data = nmea(os.path.join(self.state, 'gps/nmea'))
@@ -181,7 +184,6 @@ class Lines:
             own, _ = words(os.path.join(self.state, 'gps/receiver_baud'))
             if (rate or '9600') != (own or '9600'):
                 data = garble(data)
-            raw(line.slave)  # the receiver's line stays raw whoever opens it
             self.deliver(line, data, opts)
         elif mode == 'master':
             self.later(number(opts, 'every_ms', 1000) / 1000.0, self.tick, line)

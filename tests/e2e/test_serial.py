@@ -122,6 +122,12 @@ def test_gps_port_failures_and_the_flush_leak(board):
     frame = board.command('test nvrgps get satellite 0', timeout=30)
     assert (frame.result, frame.body) == ('fail', b'ioctl TCFLSH 0 failed')
     assert opens_and_closes(board, '/dev/ttyS9') == (1, 0)
+    board.unfail('ioctl./dev/ttyS9.0x540b')
+    board.write('serial/ttyS9', 'gps silent vtime=5')
+    board.settle(1.5)  # the receiver sets its line at its next once-a-second tick
+    frame = board.command('test nvrgps get satellite 0', timeout=30)
+    assert frame.result == 'fail' and frame.body.startswith(b'Read GPS msg fail. fd(')
+    assert opens_and_closes(board, '/dev/ttyS9') == (2, 1)
 
 
 def test_silent_receiver_holds_the_tool_until_ended_from_outside(board):
