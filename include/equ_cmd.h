@@ -13,9 +13,29 @@ void EQU_Cmd_Rtc(void);
 void EQU_Cmd_ManuInfo(void);
 void EQU_Cmd_Version(void);
 
-#define EQU_CMD_TBL_K5T2B01                                                                        \
-    EQU_Cmd_GPS, EQU_Cmd_Rtc, EQU_Cmd_ManuInfo, EQU_Cmd_Version, EQU_Cmd_Serial, EQU_Cmd_Watchdog, \
-        EQU_Cmd_Button, EQU_Cmd_Led
+// Board peripherals.
+void EQU_Cmd_Temperature(void);
+void EQU_Cmd_Alarm(void);
+void EQU_Cmd_Chip(void);
+void EQU_Cmd_Software(void);
+void EQU_Cmd_Power(void);
+
+// clang-format off
+#define EQU_CMD_TBL_K5T2B01 \
+    EQU_Cmd_GPS, \
+    EQU_Cmd_Rtc, \
+    EQU_Cmd_ManuInfo, \
+    EQU_Cmd_Version, \
+    EQU_Cmd_Serial, \
+    EQU_Cmd_Temperature, \
+    EQU_Cmd_Alarm, \
+    EQU_Cmd_Watchdog, \
+    EQU_Cmd_Button, \
+    EQU_Cmd_Led, \
+    EQU_Cmd_Chip, \
+    EQU_Cmd_Software, \
+    EQU_Cmd_Power
+// clang-format on
 
 // The LED module's flashing worker: the interactive loop starts it once and
 // it runs for the life of the process.

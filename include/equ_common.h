@@ -29,6 +29,8 @@ inline constexpr const char *EQU_DEV_GPIO = "/dev/hal_gpio";
 inline constexpr const char *EQU_DEV_RMC = "/dev/hal_rmc";
 inline constexpr const char *EQU_DEV_WATCHDOG = "/dev/hal_watchdog";
 inline constexpr const char *EQU_DEV_SC = "/dev/hal_sc";
+inline constexpr const char *EQU_DEV_SWITCH = "/dev/hal_switch";
+inline constexpr const char *EQU_DEV_GPS = "/dev/ttyS9";
 inline constexpr const char *EQU_PROC_WATCHDOG_STATUS = "/proc/watchdog_status";
 
 // Open-failure messages, printed around the node's path.

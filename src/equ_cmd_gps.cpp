@@ -35,7 +35,7 @@
 
 namespace {
 
-constexpr const char *kGpsDev = "/dev/ttyS9";
+constexpr const char *kGpsDev = EQU_DEV_GPS;
 constexpr unsigned long kFlushReq = 0x540B;
 constexpr size_t kReadLen = 1024;
 constexpr int kSatTries = 5;

@@ -219,6 +219,9 @@ BSIM_EXPORT int ioctl(int fd, unsigned long req, ...) noexcept
     va_end(ap);
     if (const NodeTable *node = board_node(fd))
         return board_ioctl(*node, fd, req, arg);
+    // MII registers of the box's interfaces: never the host's PHYs.
+    if (mii_request(fd, req))
+        return mii_ioctl(req, arg);
     if (const char *line = board_line(fd)) {
         return serial_line_request(line, fd, req, arg, [](int f, unsigned long r, const void *a) {
             return real().ioctl(f, r, a);

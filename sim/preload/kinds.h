@@ -3,7 +3,9 @@
 //     descriptor and a table of requests, each with its record layout;
 //   plain files (plain_files.cpp): /proc and /sys files kept in the state;
 //   serial lines (serial_lines.cpp): /dev/ttyS<n>, pseudo-terminals the box
-//     links in, watched only (state file serial/ttyS<n>).
+//     links in, watched only (state file serial/ttyS<n>);
+//   MII registers (mii.cpp): SIOCGMIIREG/SIOCSMIIREG on a socket, for the
+//     interfaces of the state's mdio/.
 // A path is the board's when its kind knows it and the state has its file.
 #pragma once
 #include "../common/records.h"
@@ -39,5 +41,11 @@ bool serial_line(const char *path);
 using LineCall = int (*)(int fd, unsigned long req, const void *arg);
 int serial_line_request(const char *path, int fd, unsigned long req, const void *arg,
                         LineCall call);
+
+// True for an MII register request on a socket while the box has a state.
+bool mii_request(int fd, unsigned long req);
+// Serves it from the state, journaled and fault-injectable ("ioctl.eth1.0x8948");
+// errno as a driver would leave it.
+int mii_ioctl(unsigned long req, void *rec);
 
 }  // namespace bsim
