@@ -13,9 +13,27 @@ void EQU_Cmd_Rtc(void);
 void EQU_Cmd_ManuInfo(void);
 void EQU_Cmd_Version(void);
 
-#define EQU_CMD_TBL_K5T2B01                                                                        \
-    EQU_Cmd_GPS, EQU_Cmd_Rtc, EQU_Cmd_ManuInfo, EQU_Cmd_Version, EQU_Cmd_Serial, EQU_Cmd_Watchdog, \
-        EQU_Cmd_Button, EQU_Cmd_Led
+// Board peripherals: HDMI EDID, PCIe links and lanes, CPU information (the
+// last stands in no table).
+void EQU_Cmd_EDID(void);
+void EQU_Cmd_Pcie(void);
+void EQU_Cmd_x4tox2(void);
+void EQU_Cmd_CpuInfo(void);
+
+// clang-format off
+#define EQU_CMD_TBL_K5T2B01 \
+    EQU_Cmd_GPS,        \
+    EQU_Cmd_Rtc,        \
+    EQU_Cmd_ManuInfo,   \
+    EQU_Cmd_Version,    \
+    EQU_Cmd_Serial,     \
+    EQU_Cmd_Watchdog,   \
+    EQU_Cmd_Button,     \
+    EQU_Cmd_Led,        \
+    EQU_Cmd_EDID,       \
+    EQU_Cmd_Pcie,       \
+    EQU_Cmd_x4tox2
+// clang-format on
 
 // The LED module's flashing worker: the interactive loop starts it once and
 // it runs for the life of the process.
@@ -28,3 +46,7 @@ uint32_t EQU_Serial_SetBaudRate(uint32_t u32Rate);
 uint32_t EQU_Serial_485Slave(uint32_t u32Tty);
 uint32_t EQU_Serial_485Master(uint32_t u32Tty, uint32_t u32Len, uint32_t u32Num,
                               uint32_t u32Content);
+
+// The slot-status reading of the older board's PCIe slot list: no rule
+// installs it; parameter 0 is the slot (0 or 1).
+uint64_t EQU_CmdProc_PcieGetSlotStatus(struct CLI_CMD_PARA_S *pstCmdPara);
