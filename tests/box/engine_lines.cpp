@@ -3,8 +3,8 @@
 // slot status (no rule installs it: "test pcieslot N" here) and the lane
 // switch with a server address (no command sets it yet).
 //   engine_lines [-s SERVERIP] LINE...
-// Standard input is made raw, as the interactive loop makes it, so that a
-// confirmation reads the carriage return.
+// The terminal is set up as the interactive loop sets it (raw, output still
+// translated), so that a confirmation reads the carriage return.
 #include <cstdio>
 #include <cstring>
 #include <termios.h>
@@ -26,6 +26,7 @@ int main(int argc, char **argv)
     termios stTerm{};
     if (tcgetattr(STDIN_FILENO, &stTerm) == 0) {
         cfmakeraw(&stTerm);
+        stTerm.c_oflag |= OPOST;
         tcsetattr(STDIN_FILENO, TCSANOW, &stTerm);
     }
     EQU_Cmd_CpuInfo();
