@@ -13,12 +13,19 @@ void EQU_Cmd_Rtc(void);
 void EQU_Cmd_ManuInfo(void);
 void EQU_Cmd_Version(void);
 
-// Board peripherals.
+// Board peripherals: chips, temperatures and heaters, alarms, software, power supplies.
 void EQU_Cmd_Temperature(void);
 void EQU_Cmd_Alarm(void);
 void EQU_Cmd_Chip(void);
 void EQU_Cmd_Software(void);
 void EQU_Cmd_Power(void);
+
+// Board peripherals: HDMI EDID, PCIe links and lanes, CPU information (the
+// last stands in no table).
+void EQU_Cmd_EDID(void);
+void EQU_Cmd_Pcie(void);
+void EQU_Cmd_x4tox2(void);
+void EQU_Cmd_CpuInfo(void);
 
 // clang-format off
 #define EQU_CMD_TBL_K5T2B01 \
@@ -33,8 +40,11 @@ void EQU_Cmd_Power(void);
     EQU_Cmd_Button, \
     EQU_Cmd_Led, \
     EQU_Cmd_Chip, \
+    EQU_Cmd_EDID, \
+    EQU_Cmd_Pcie, \
     EQU_Cmd_Software, \
-    EQU_Cmd_Power
+    EQU_Cmd_Power, \
+    EQU_Cmd_x4tox2
 // clang-format on
 
 // The LED module's flashing worker: the interactive loop starts it once and
@@ -48,3 +58,7 @@ uint32_t EQU_Serial_SetBaudRate(uint32_t u32Rate);
 uint32_t EQU_Serial_485Slave(uint32_t u32Tty);
 uint32_t EQU_Serial_485Master(uint32_t u32Tty, uint32_t u32Len, uint32_t u32Num,
                               uint32_t u32Content);
+
+// The slot-status reading of the older board's PCIe slot list: no rule
+// installs it; parameter 0 is the slot (0 or 1).
+uint64_t EQU_CmdProc_PcieGetSlotStatus(struct CLI_CMD_PARA_S *pstCmdPara);

@@ -168,3 +168,14 @@ inline constexpr EQU_HELP_ROW_S HELP_SOFTWARE{szEquHelpSoftware, 0};
 inline constexpr EQU_HELP_ROW_S HELP_SOFTWARE_STATUS{szEquHelpSoftware, 1};
 inline constexpr EQU_HELP_ROW_S HELP_SOFTWARE_UPDATE{szEquHelpSoftware, 2};
 inline constexpr EQU_HELP_ROW_S HELP_SOFTWARE_SHUTDOWN{szEquHelpSoftware, 3};
+
+// HDMI EDID, PCIe links and lanes, CPU information.
+inline constexpr EQU_HELP_ROW_S HELP_EDID{szEquHelpEdid, 0};
+inline constexpr EQU_HELP_ROW_S HELP_EDID_PORT{szEquHelpEdid, 2};
+inline constexpr EQU_HELP_ROW_S HELP_PCIE{szEquHelpPcie, 0};
+inline constexpr EQU_HELP_ROW_S HELP_PCIE_CHANNEL{szEquHelpPcie, 1};
+inline constexpr EQU_HELP_ROW_S HELP_PCIE_STATUS{szEquHelpPcie, 2};
+inline constexpr EQU_HELP_ROW_S HELP_X4TOX2{szEquHelpx4tox2, 0};
+inline constexpr EQU_HELP_ROW_S HELP_X4TOX2_X2TOX4{szEquHelpx4tox2, 1};
+inline constexpr EQU_HELP_ROW_S HELP_X4TOX2_FILENAME{szEquHelpx4tox2, 2};
+inline constexpr EQU_HELP_ROW_S HELP_CPUINFO{szEquHelpCpuInfo, 0};

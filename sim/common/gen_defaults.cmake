@@ -15,10 +15,22 @@ foreach(rel IN LISTS files)
   string(APPEND body "    {\"${rel}\", \"${escaped}\", ${len}},\n")
   math(EXPR count "${count} + 1")
 endforeach()
-file(WRITE ${OUT}.tmp
+# Both libraries' builds may run this at once (make runs the command once per
+# target): each writes a file of its own and renames it into place.
+string(RANDOM LENGTH 12 tag)
+set(tmp ${OUT}.${tag}.tmp)
+file(WRITE ${tmp}
 "// Generated from sim/default-state; edit those files instead.\n"
 "#include \"defaults.h\"\n\nnamespace bsim {\n\n"
 "const DefaultFile kDefaultFiles[] = {\n${body}    {nullptr, nullptr, 0},\n};\n"
 "const size_t kDefaultFileCount = ${count};\n\n} // namespace bsim\n")
-file(COPY_FILE ${OUT}.tmp ${OUT} ONLY_IF_DIFFERENT)
-file(REMOVE ${OUT}.tmp)
+set(old "")
+if(EXISTS ${OUT})
+  file(READ ${OUT} old)
+endif()
+file(READ ${tmp} new)
+if(old STREQUAL new)
+  file(REMOVE ${tmp})
+else()
+  file(RENAME ${tmp} ${OUT})
+endif()

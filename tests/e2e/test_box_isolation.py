@@ -74,11 +74,13 @@ def test_kernel_settings_are_read_only_in_the_box(box_run):
 
 def test_the_box_shows_the_board_not_the_host(box_factory):
     board = box_factory(run=['/bin/sh', '-c', 'cd / && find sys proc/bus dev ! -path "dev/pts/*"; '
-                             'cat /sys/bus/pci/devices/0000:01:00.0/vendor; '
+                             'cat /sys/bus/pci/devices/0000:05:00.0/vendor; '
                              '(exec 3</dev/hal_sc) 2>/dev/null && echo hal_sc-opened; exit 0'])
     shutil.copytree(DEFAULT_STATE / 'dev', board.path('dev'))
     board.remove('dev/hal_sc')  # a board without the storage-card node
-    board.write('sys/bus/pci/devices/0000:01:00.0/vendor', '0x1b4b')
+    board.path('pcie').mkdir()  # nor its PCIe devices and monitors
+    board.path('hdmi').mkdir()
+    board.write('sys/bus/pci/devices/0000:05:00.0/vendor', '0x1b4b')
     status, out = board.start().wait(), board.child.before.decode()
     assert status == 0, out
     seen = out.split()
@@ -89,6 +91,6 @@ def test_the_box_shows_the_board_not_the_host(box_factory):
     assert dev - HARMLESS_DEV == nodes
     assert not [p for p in seen if p.startswith('proc/bus/')]
     assert {p for p in seen if p.startswith('sys/')} == {
-        'sys/bus', 'sys/bus/pci', 'sys/bus/pci/devices', 'sys/bus/pci/devices/0000:01:00.0',
-        'sys/bus/pci/devices/0000:01:00.0/vendor'}
+        'sys/bus', 'sys/bus/pci', 'sys/bus/pci/devices', 'sys/bus/pci/devices/0000:05:00.0',
+        'sys/bus/pci/devices/0000:05:00.0/vendor'}
     assert '0x1b4b' in seen and 'hal_sc-opened' not in seen
