@@ -2,6 +2,7 @@
 # make sim      build and run the tool on the simulated board (ARGS="-d" passes options to cli)
 # make check    install what is missing, build, run every test (also under ASan/UBSan)
 # make tsan     the unit tests and the threads' end-to-end tests (LED worker, RS-485 slave) under TSan
+# make fuzz     the console and engine fuzz targets in the box, FUZZ_SECONDS (180) each
 # make aarch64  cross-build for the board
 # make bench    build a Release tree and run the engine benchmark (against libcli when installed;
 #               BENCH_ARGS="--benchmark_filter=engine/" passes Google Benchmark options)
@@ -9,6 +10,8 @@
 BUILD      ?= build
 BUILD_SAN  ?= build-san
 BUILD_TSAN ?= build-tsan
+BUILD_FUZZ ?= build-fuzz
+FUZZ_SECONDS ?= 180
 BUILD_ARM  ?= build-aarch64
 BUILD_REL  ?= build-release
 JOBS       ?= $(shell nproc)
@@ -16,7 +19,7 @@ PYTHON     ?= /usr/bin/python3
 ARGS       ?=
 BENCH_ARGS ?=
 
-.PHONY: all deps sim check unit e2e sanitize tsan aarch64 bench format clean
+.PHONY: all deps sim check unit e2e sanitize tsan fuzz aarch64 bench format clean
 
 all:
 	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -46,6 +49,13 @@ tsan:
 	cd $(BUILD_TSAN) && ctest --output-on-failure -j $(JOBS)
 	CLI_BUILD_DIR=$(abspath $(BUILD_TSAN)) $(PYTHON) -m pytest -q tests/e2e/test_led.py tests/e2e/test_serial.py
 
+# clang's libFuzzer, with ASan and UBSan.
+fuzz:
+	@test -f $(BUILD_FUZZ)/CMakeCache.txt || CC=clang CXX=clang++ cmake -S . -B $(BUILD_FUZZ) \
+	      -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCLI_SANITIZE=ON -DCLI_FUZZ=ON
+	cmake --build $(BUILD_FUZZ) -j $(JOBS) --target fuzz_engine fuzz_console boardsim_preload
+	tests/fuzz/run $(BUILD_FUZZ) $(FUZZ_SECONDS)
+
 aarch64:
 	@test -f $(BUILD_ARM)/CMakeCache.txt || cmake -S . -B $(BUILD_ARM) \
 	      -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -57,6 +67,7 @@ check: deps
 	$(MAKE) e2e
 	$(MAKE) sanitize
 	$(MAKE) tsan
+	$(MAKE) fuzz FUZZ_SECONDS=30
 	$(MAKE) aarch64
 
 # Timings mean something only with the optimiser on.
@@ -71,4 +82,4 @@ format:
 	clang-format -i $(FORMAT_FILES)
 
 clean:
-	rm -rf $(BUILD) $(BUILD_SAN) $(BUILD_TSAN) $(BUILD_ARM) $(BUILD_REL)
+	rm -rf $(BUILD) $(BUILD_SAN) $(BUILD_TSAN) $(BUILD_FUZZ) $(BUILD_ARM) $(BUILD_REL)
