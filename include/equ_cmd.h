@@ -12,10 +12,30 @@ void EQU_Cmd_Led(void);
 void EQU_Cmd_Rtc(void);
 void EQU_Cmd_ManuInfo(void);
 void EQU_Cmd_Version(void);
+void EQU_Cmd_IP(void);
+void EQU_Cmd_MacAddr(void);
+void EQU_Cmd_NetPing(void);
+void EQU_Cmd_NetMode(void);
+void EQU_Cmd_NetLink(void);
+void EQU_Cmd_NetLoopback(void);
 
-#define EQU_CMD_TBL_K5T2B01                                                                        \
-    EQU_Cmd_GPS, EQU_Cmd_Rtc, EQU_Cmd_ManuInfo, EQU_Cmd_Version, EQU_Cmd_Serial, EQU_Cmd_Watchdog, \
-        EQU_Cmd_Button, EQU_Cmd_Led
+// clang-format off
+#define EQU_CMD_TBL_K5T2B01 \
+    EQU_Cmd_GPS, \
+    EQU_Cmd_Rtc, \
+    EQU_Cmd_IP, \
+    EQU_Cmd_ManuInfo, \
+    EQU_Cmd_Version, \
+    EQU_Cmd_Serial, \
+    EQU_Cmd_Watchdog, \
+    EQU_Cmd_Button, \
+    EQU_Cmd_Led, \
+    EQU_Cmd_MacAddr, \
+    EQU_Cmd_NetPing, \
+    EQU_Cmd_NetMode, \
+    EQU_Cmd_NetLink, \
+    EQU_Cmd_NetLoopback
+// clang-format on
 
 // The LED module's flashing worker: the interactive loop starts it once and
 // it runs for the life of the process.

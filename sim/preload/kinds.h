@@ -3,7 +3,9 @@
 //     descriptor and a table of requests, each with its record layout;
 //   plain files (plain_files.cpp): /proc and /sys files kept in the state;
 //   serial lines (serial_lines.cpp): /dev/ttyS<n>, pseudo-terminals the box
-//     links in, watched only (state file serial/ttyS<n>).
+//     links in, watched only (state file serial/ttyS<n>);
+//   Ethernet ports (net_ports.cpp): the driver's private socket requests on
+//     eth<n> (state file eth/eth<n>); everything else reaches the box's veth.
 // A path is the board's when its kind knows it and the state has its file.
 #pragma once
 #include "../common/records.h"
@@ -39,5 +41,11 @@ bool serial_line(const char *path);
 using LineCall = int (*)(int fd, unsigned long req, const void *arg);
 int serial_line_request(const char *path, int fd, unsigned long req, const void *arg,
                         LineCall call);
+
+// True for a socket request that the board's Ethernet driver answers.
+bool net_request(unsigned long req);
+// Serves it for the interface named in the ifreq at arg (journaled,
+// fault-injectable as "ioctl.eth0.0x89f0"); err is the errno to leave.
+long net_request_ioctl(unsigned long req, void *arg, int &err);
 
 }  // namespace bsim
