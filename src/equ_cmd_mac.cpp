@@ -201,8 +201,8 @@ void EQU_Cmd_MacAddr(void)
     CLI_AddKey(pT, 3, "setmac", HELP_NET_SETMAC);
     CLI_AddKey(pT, 4, "getmac", HELP_NET_GETMAC);
     CLI_AddPara(pT, 5, CLI_STRING, EQU_CmdCheck_MacAddr, HELP_NET_MACADDR);
-    CLI_InstallCmd(pT, 5, "$1 $2 $3 $5",
-                   EQU_CmdProc_SetMacAddr);  // test ethernet setmac 00:11:22:33:44:55
+    // test ethernet setmac 00:11:22:33:44:55
+    CLI_InstallCmd(pT, 5, "$1 $2 $3 $5", EQU_CmdProc_SetMacAddr);
     CLI_InstallCmd(pT, 5, "$1 $2 $4", EQU_CmdProc_GetMacAddr);  // test ethernet getmac
     CLI_FreeCmdTemplet(pT, 5);
 }

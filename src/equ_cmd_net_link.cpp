@@ -115,9 +115,9 @@ void EQU_Cmd_NetLink(void)
     CLI_AddKey(pT, 4, "link", HELP_NET_LINK);
     CLI_AddKey(pT, 5, "copper", HELP_NET_COPPER);
     CLI_AddKey(pT, 6, "fiber", HELP_NET_FIBER);
-    CLI_InstallCmd(pT, 6, "$1 $2 $3 $4 $5",
-                   EQU_CmdProc_NetLinkCopper);  // test ethernet all link copper
-    CLI_InstallCmd(pT, 6, "$1 $2 $3 $4 $6",
-                   EQU_CmdProc_NetLinkFiber);  // test ethernet 0 link fiber
+    // test ethernet all link copper
+    CLI_InstallCmd(pT, 6, "$1 $2 $3 $4 $5", EQU_CmdProc_NetLinkCopper);
+    // test ethernet 0 link fiber
+    CLI_InstallCmd(pT, 6, "$1 $2 $3 $4 $6", EQU_CmdProc_NetLinkFiber);
     CLI_FreeCmdTemplet(pT, 6);
 }

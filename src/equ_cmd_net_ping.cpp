@@ -195,9 +195,9 @@ void EQU_Cmd_NetPing(void)
     CLI_AddKey(pT, 7, "fiber", HELP_NET_PORT_TYPE);
     CLI_InstallCmd(pT, 7, "$1 $2 $3 $4", EQU_CmdProc_Ping);     // ping -c 4 192.168.1.1
     CLI_InstallCmd(pT, 7, "$1 $2 $3 $4 $5", EQU_CmdProc_Ping);  // ping -c 4 192.168.1.1 5
-    CLI_InstallCmd(pT, 7, "$1 $2 $3 $4 $5 $6",
-                   EQU_CmdProc_Ping_Copper);  // ping -c 4 192.168.1.1 5 copper
-    CLI_InstallCmd(pT, 7, "$1 $2 $3 $4 $5 $7",
-                   EQU_CmdProc_Ping_Fiber);  // ping -c 4 192.168.1.1 1 fiber
+    // ping -c 4 192.168.1.1 5 copper
+    CLI_InstallCmd(pT, 7, "$1 $2 $3 $4 $5 $6", EQU_CmdProc_Ping_Copper);
+    // ping -c 4 192.168.1.1 1 fiber
+    CLI_InstallCmd(pT, 7, "$1 $2 $3 $4 $5 $7", EQU_CmdProc_Ping_Fiber);
     CLI_FreeCmdTemplet(pT, 7);
 }
