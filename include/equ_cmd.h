@@ -12,6 +12,12 @@ void EQU_Cmd_Led(void);
 void EQU_Cmd_Rtc(void);
 void EQU_Cmd_ManuInfo(void);
 void EQU_Cmd_Version(void);
+void EQU_Cmd_IP(void);
+void EQU_Cmd_MacAddr(void);
+void EQU_Cmd_NetPing(void);
+void EQU_Cmd_NetMode(void);
+void EQU_Cmd_NetLink(void);
+void EQU_Cmd_NetLoopback(void);
 
 // Board peripherals: chips, temperatures and heaters, alarms, software, power supplies.
 void EQU_Cmd_Temperature(void);
@@ -31,6 +37,7 @@ void EQU_Cmd_CpuInfo(void);
 #define EQU_CMD_TBL_K5T2B01 \
     EQU_Cmd_GPS, \
     EQU_Cmd_Rtc, \
+    EQU_Cmd_IP, \
     EQU_Cmd_ManuInfo, \
     EQU_Cmd_Version, \
     EQU_Cmd_Serial, \
@@ -40,6 +47,11 @@ void EQU_Cmd_CpuInfo(void);
     EQU_Cmd_Button, \
     EQU_Cmd_Led, \
     EQU_Cmd_Chip, \
+    EQU_Cmd_MacAddr, \
+    EQU_Cmd_NetPing, \
+    EQU_Cmd_NetMode, \
+    EQU_Cmd_NetLink, \
+    EQU_Cmd_NetLoopback, \
     EQU_Cmd_EDID, \
     EQU_Cmd_Pcie, \
     EQU_Cmd_Software, \

@@ -69,4 +69,7 @@ constexpr uint32_t kUsbInfo = 0x40504;
 constexpr uint32_t kRtcSetTime = 0x4024700A;
 constexpr uint32_t kRtcReadTime = 0x80247009;
 
+// Socket requests on the board's Ethernet interfaces (struct ifreq)
+constexpr uint32_t kEthLoopback = 0x89F0;  // SIOCDEVPRIVATE: the driver's PHY loopback
+
 }  // namespace bsim::req

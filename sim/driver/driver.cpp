@@ -2,7 +2,7 @@
 // the board state directory ($BOARDSIM_STATE), each call journaled as
 //   drv <function> [<request>] <fields> -> <result>
 // and each one open to fault injection (fail/<function>[.<request>]).
-// State files used: board_id, link/<port>, portmode/<group>,
+// State files used: board_id, link/<port>[.count], portmode/<group>,
 // portmode/loop.<port>, temperature/{mainboard,netboard}, timezone,
 // alarm/in.<n>, alarm/out.<n>, watchdog/indication, power/<index>,
 // disk/{slots,local_slots,support_hdpart}, gps/baud. A state file that is
@@ -99,11 +99,21 @@ constexpr Request kSysRequests[] = {make_request(req::kBoardId, kBoardId, board_
 // ---- DRV_PerpCtl ----
 
 // The port number is byte 1 of the record; byte 0 is a selector the
-// callers fill in differently and that does not pick the port.
+// callers fill in differently and that does not pick the port. "down
+// after=N" answers down N times, then up (queries counted in
+// link/<port>.count; delete it to start over).
 int link_state(Call &c)
 {
-    unsigned port = get_u8(c.rec, 1);
-    put_u8(c.rec, 2, is_on(state_word("link/" + std::to_string(port), "down")) ? 1 : 0);
+    std::string rel = "link/" + std::to_string(get_u8(c.rec, 1));
+    bool up = is_on(state_word(rel, "down"));
+    int64_t after = state_keynum(rel, "after", -1);
+    if (after >= 0) {
+        int64_t asked = state_num(rel + ".count", 0);
+        if (!state_write(rel + ".count", num_text(asked + 1)))
+            return fail(c, errno);
+        up = asked >= after;
+    }
+    put_u8(c.rec, 2, up ? 1 : 0);
     return 0;
 }
 

@@ -242,6 +242,33 @@ int board_ioctl(const NodeTable &node, int fd, unsigned long req, void *arg)
     return static_cast<int>(rc);
 }
 
+bool board_net_request(unsigned long req)
+{
+    return net_request(req) && !state_dir().empty();
+}
+
+int board_net_ioctl(int fd, unsigned long req, void *arg)
+{
+    int saved = errno;
+    int err = 0;
+    long rc = net_request_ioctl(req, arg, err);
+    debug([&] { return "ioctl net fd " + std::to_string(fd) + " -> " + std::to_string(rc); });
+    errno = rc != 0 ? err : saved;
+    return static_cast<int>(rc);
+}
+
+bool board_socket_fails(int domain, int type, int &err)
+{
+    Fault f;
+    if (!fault_check("socket." + std::to_string(domain), f))
+        return false;
+    JournalLine line("socket", std::to_string(domain));
+    line.num("type", type);
+    line.finish(-1, f.err);
+    err = f.err;
+    return true;
+}
+
 void board_passed(const char *what, const char *path)
 {
     if (!debug_enabled() || path == nullptr)

@@ -36,6 +36,14 @@ const char *board_line(int fd);
 // Serves a request on a board node's descriptor, setting errno as a driver.
 int board_ioctl(const NodeTable &node, int fd, unsigned long req, void *arg);
 
+// A socket request the board's Ethernet driver answers, whatever the
+// descriptor (requests of the box's interfaces never reach a host's).
+bool board_net_request(unsigned long req);
+int board_net_ioctl(int fd, unsigned long req, void *arg);
+// True when socket(domain, ...) is to fail (fail/socket.<domain>); err is
+// the errno to leave. The failure is journaled.
+bool board_socket_fails(int domain, int type, int &err);
+
 // With BOARDSIM_DEBUG=1, device and proc paths left to the system are
 // logged: that is where a node the simulator lacks shows up.
 void board_passed(const char *what, const char *path);

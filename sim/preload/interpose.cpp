@@ -1,6 +1,6 @@
 // LD_PRELOAD front of the board simulator (libboardsim.so): thin wrappers
 // around open/openat/fopen/close/fclose/ioctl/access, the termios calls of
-// the serial lines, and the clock setters (settimeofday, clock_settime) that
+// the serial lines, socket (for its fault injection), and the clock setters (settimeofday, clock_settime) that
 // move the box's own clock. Each asks board.cpp
 // whether the path or descriptor is the board's and otherwise calls the real
 // function, looked up once, untouched. errno is left as the caller would see
@@ -119,6 +119,7 @@ const Real &bsim::real()
         next<int (*)(int, termios *)>("tcgetattr"),
         next<int (*)(int, int, const termios *)>("tcsetattr"),
         next<int (*)(int, int)>("tcflush"),
+        next<int (*)(int, int, int)>("socket"),
     };
     return r;
 }
@@ -227,7 +228,19 @@ BSIM_EXPORT int ioctl(int fd, unsigned long req, ...) noexcept
             return real().ioctl(f, r, a);
         });
     }
+    if (board_net_request(req))
+        return board_net_ioctl(fd, req, arg);
     return real().ioctl(fd, req, arg);
+}
+
+BSIM_EXPORT int socket(int domain, int type, int protocol) noexcept
+{
+    int err = 0;
+    if (board_socket_fails(domain, type, err)) {
+        errno = err;
+        return -1;
+    }
+    return real().socket(domain, type, protocol);
 }
 
 // The termios calls reach the kernel without our ioctl, so the serial lines

@@ -6,6 +6,8 @@
 //     links in, watched only (state file serial/ttyS<n>);
 //   MII registers (mii.cpp): SIOCGMIIREG/SIOCSMIIREG on a socket, for the
 //     interfaces of the state's mdio/.
+//   Ethernet ports (net_ports.cpp): the driver's private socket requests on
+//     eth<n> (state file eth/eth<n>); everything else reaches the box's veth.
 // A path is the board's when its kind knows it and the state has its file.
 #pragma once
 #include "../common/records.h"
@@ -47,5 +49,10 @@ bool mii_request(int fd, unsigned long req);
 // Serves it from the state, journaled and fault-injectable ("ioctl.eth1.0x8948");
 // errno as a driver would leave it.
 int mii_ioctl(unsigned long req, void *rec);
+// True for a socket request that the board's Ethernet driver answers.
+bool net_request(unsigned long req);
+// Serves it for the interface named in the ifreq at arg (journaled,
+// fault-injectable as "ioctl.eth0.0x89f0"); err is the errno to leave.
+long net_request_ioctl(unsigned long req, void *arg, int &err);
 
 }  // namespace bsim

@@ -25,6 +25,7 @@ struct Real {
     int (*tcgetattr)(int, termios *);
     int (*tcsetattr)(int, int, const termios *);
     int (*tcflush)(int, int);
+    int (*socket)(int, int, int);
 };
 
 const Real &real();

@@ -60,6 +60,23 @@ def test_kill_list_and_printk_stay_in_the_box(box_factory, host_mainsvc):
         assert name not in host_links
 
 
+def host_network():
+    return [subprocess.run(['ip', '-o', what], capture_output=True, text=True).stdout
+            for what in ('link', 'addr')]
+
+
+@pytest.mark.needs_cli
+def test_addresses_set_in_the_box_stay_there(box_factory):
+    before = host_network()
+    board = box_factory(fast=True).start()
+    board.enter_equipment()
+    assert board.command('test ethernet setmac 02:11:22:33:44:55').passed
+    assert board.command('set deviceip 192.168.1.77 1').passed
+    assert board.command('set deviceip 192.168.2.77 0').passed
+    assert board.quit() == 0
+    assert host_network() == before
+
+
 def test_kernel_settings_are_read_only_in_the_box(box_run):
     script = ('echo 3 > /proc/sys/kernel/printk && cat /proc/sys/kernel/printk; '
               'echo 1 > /proc/sys/vm/drop_caches && echo vm-written; '

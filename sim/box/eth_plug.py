@@ -1,0 +1,99 @@
+"""What the factory plugs into the board's Ethernet ports, on the test PC's
+end of each veth (pc<n> for eth<n>), chosen by the state's eth/eth<n>, read
+at every frame:
+
+    cable           the test PC itself: its kernel answers (ping, TFTP)
+    loopback        a loopback plug: every frame the board sends comes back
+                    as it was sent; words after it spoil it:
+                    corrupt=N   byte N of each frame has its low bit flipped
+                    drop        nothing comes back
+
+Each frame a plug sends back (or drops) is journaled:
+    plug eth1 reflect type=0x0806 len=1504 -> 0      (-1: corrupted or dropped)
+The test PC's own address stays on the port, so its kernel still answers
+what reaches it.
+
+    eth_plug.py STATE   (in the test PC's network namespace)
+
+Returns once the ports are open; a child serves them until the box ends.
+"""
+import os
+import selectors
+import socket
+import sys
+
+ETH_P_ALL = 0x0003
+PACKET_OUTGOING = 4
+
+
+def plug_words(path):
+    try:
+        with open(path) as f:
+            text = f.read().split()
+    except OSError:
+        return None, {}
+    return (text[0] if text else None), dict(
+        w.split('=', 1) if '=' in w else (w, '') for w in text[1:])
+
+
+class Plugs:
+    def __init__(self, state):
+        self.state = state
+        self.sel = selectors.DefaultSelector()
+        for name in sorted(os.listdir(os.path.join(state, 'eth'))):
+            if not name.startswith('eth'):
+                continue
+            sock = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(ETH_P_ALL))
+            try:
+                sock.bind(('pc' + name[3:], 0))
+            except OSError:  # a port the box did not cable
+                sock.close()
+                continue
+            self.sel.register(sock, selectors.EVENT_READ, name)
+
+    def journal(self, text):
+        fd = os.open(os.path.join(self.state, 'journal'), os.O_WRONLY | os.O_APPEND | os.O_CREAT,
+                     0o644)
+        try:
+            os.write(fd, (text + '\n').encode())
+        finally:
+            os.close(fd)
+
+    def received(self, sock, port):
+        frame, addr = sock.recvfrom(65536)
+        mode, opts = plug_words(os.path.join(self.state, 'eth', port))
+        if addr[2] == PACKET_OUTGOING or mode != 'loopback':
+            return
+        spoilt = 'drop' in opts
+        where = opts.get('corrupt', '')
+        if where.isdigit() and int(where) < len(frame):
+            i = int(where)
+            frame = frame[:i] + bytes([frame[i] ^ 1]) + frame[i + 1:]
+            spoilt = True
+        kind = int.from_bytes(frame[12:14], 'big') if len(frame) >= 14 else 0
+        self.journal('plug %s reflect type=0x%04x len=%d -> %d' % (
+            port, kind, len(frame), -1 if spoilt else 0))
+        if 'drop' not in opts:
+            sock.send(frame)
+
+    def run(self):
+        while True:
+            for key, _ in self.sel.select():
+                self.received(key.fileobj, key.data)
+
+
+def main(state):
+    if not os.path.isdir(os.path.join(state, 'eth')):
+        return 0
+    plugs = Plugs(state)
+    if os.fork() == 0:
+        os.setsid()
+        devnull = os.open(os.devnull, os.O_RDWR)
+        for fd in (0, 1, 2):
+            os.dup2(devnull, fd)
+        plugs.run()
+    return 0
+
+
+if __name__ == '__main__':
+    sys.exit(main(sys.argv[1]))
