@@ -314,8 +314,8 @@ uint64_t EQU_CmdProc_DownloadManuinfo(CLI_CMD_PARA_S *pstCmdPara)
     }
     static EQU_ENV_S stEnv;  // 5 KiB: kept off the stack
     memset(&stEnv, 0, sizeof(stEnv));
-    // One byte short of the field, so the text stays terminated.
-    size_t ulGot = fread(stEnv.szValue, 1, sizeof(stEnv.szValue) - 1, fp);
+    // The whole field: the driver keeps it by size, not by terminator.
+    size_t ulGot = fread(stEnv.szValue, 1, sizeof(stEnv.szValue), fp);
     (void)ulGot;
     fclose(fp);
     snprintf(stEnv.szName, sizeof(stEnv.szName), "ManuInfo");

@@ -102,12 +102,14 @@ uint32_t nvram_call(unsigned long ulReq, EQU_ENV_S *pstEnv)
     memset(&stReq, 0, sizeof(stReq));
     memcpy(stReq.szName, pstEnv->szName, sizeof(stReq.szName) - 1);
     if (ulReq == kNvramSet) {
-        memcpy(stReq.szValue, pstEnv->szValue, sizeof(stReq.szValue) - 1);
+        memcpy(stReq.szValue, pstEnv->szValue, sizeof(stReq.szValue));
     }
     if (node.request(ulReq, &stReq) != 0) {
         if (ulReq == kNvramSet) {
-            printf("\r\nFailed to set nvram value(%s) of %s, errno(%s)\n", stReq.szValue,
-                   stReq.szName, node.error());
+            // A value may fill the whole field, with no terminator.
+            printf("\r\nFailed to set nvram value(%.*s) of %s, errno(%s)\n",
+                   static_cast<int>(sizeof(stReq.szValue)), stReq.szValue, stReq.szName,
+                   node.error());
         } else {
             printf("\r\nFailed to get nvram valuee of %s, errno(%s)\n", stReq.szName, node.error());
         }

@@ -51,10 +51,12 @@ def box_env():
         # The box's own clock: the time library reads its offset (and, with
         # --fast, its speed of twenty) from a file that setting the time
         # rewrites; sleeps and monotonic clocks keep the same proportions.
-        # ping keeps real time: its one-second alarm scaled down to whole
-        # seconds would be no alarm at all, and its packets meet a real peer.
+        # ping and tftp keep real time: their packets meet a real peer. ping's
+        # one-second alarm scaled down to whole seconds would be no alarm at
+        # all, and a fast tftp repeats its write request before the server
+        # answers, so a second server process truncates the upload.
         env.update(FAKETIME_TIMESTAMP_FILE=os.environ['BOX_CLOCK'], FAKETIME_DONT_RESET='1',
-                   DONT_FAKE_MONOTONIC='0', FAKETIME_NO_CACHE='1', FAKETIME_SKIP_CMDS='ping')
+                   DONT_FAKE_MONOTONIC='0', FAKETIME_NO_CACHE='1', FAKETIME_SKIP_CMDS='ping,tftp')
     return env
 
 

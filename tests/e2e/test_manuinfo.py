@@ -1,4 +1,8 @@
-"""Manufacturing text and boot logos: what is reachable without a server address."""
+"""Manufacturing text and boot logos, moved to and from the test PC's TFTP server."""
+import hashlib
+import io
+import tarfile
+
 import pytest
 
 pytestmark = pytest.mark.needs_cli
@@ -23,3 +27,44 @@ def test_transfers_refused_without_server_address(board):
     assert (frame.result, frame.body) == ('fail', b'error: you have not set the serverip')
     # Nothing on the partition: the check finds no archive to unpack.
     assert board.command('check logo bootlogo.tar', timeout=20).result == 'fail'
+
+
+def tar_of(name, data):
+    """A tar archive holding one file."""
+    buf = io.BytesIO()
+    with tarfile.open(fileobj=buf, mode='w') as tar:
+        info = tarfile.TarInfo(name)
+        info.size = len(data)
+        tar.addfile(info, io.BytesIO(data))
+    return buf.getvalue()
+
+
+def test_manuinfo_download_keeps_5120_bytes(board):
+    text = b'SN=A1;HW=2#' + b'x' * 6000
+    board.path('tftp/manu.txt').write_bytes(text)
+    assert board.command('set serverip 192.168.1.1').passed
+    frame = board.command('download manuinfo manu.txt', timeout=20)
+    # BusyBox tftp draws its progress bar on the console first.
+    assert frame.passed and frame.body.endswith(b'\r\nPlease check the test result')
+    assert board.path('nvram/ManuInfo').read_bytes().rstrip(b'\n') == text[:5120]
+    # Read back into a terminated text: the last byte of a full field is not shown.
+    assert board.command('display manuinfo').body == text[:5119]
+    assert board.command('display device manuinfo').body == b'SN=A1;HW=2##'
+    assert board.command('download manuinfo absent.txt', timeout=20).result == 'fail'
+
+
+@pytest.mark.parametrize('name', ['bootlogo.tar', 'res.skin.tar'])
+def test_logo_download_check_upload(board, name):
+    picture = bytes(range(256)) * 40
+    logo = tar_of('bootlogo.jpg', picture) if name.startswith('boot') else picture
+    board.path(f'tftp/{name}').write_bytes(logo)
+    assert board.command('set serverip 192.168.1.1').passed
+    assert board.command(f'download logo {name}', timeout=30).passed
+    image = board.path('mmc/mmcblk0p7').read_bytes()
+    assert image.startswith(b'\x1f\x8b') == name.startswith('res.')
+    frame = board.command(f'check logo {name}', timeout=30)
+    summed = picture if name.startswith('boot') else logo
+    assert frame.passed and f'md5:{hashlib.md5(summed).hexdigest()}'.encode() in frame.body
+    board.path(f'tftp/{name}').unlink()
+    assert board.command(f'upload logo {name}', timeout=30).passed
+    assert board.path(f'tftp/{name}').read_bytes() == logo
