@@ -220,7 +220,7 @@ uint32_t get_env(const char *pcName, char *pcOut, size_t ulLen)
     if (EQU_GetEnvFromFlash(&stEnv) != EQU_OK) {
         return EQU_FAIL;
     }
-    snprintf(pcOut, ulLen, "%s", stEnv.szValue);
+    copy_cut(pcOut, ulLen, stEnv.szValue);
     return EQU_OK;
 }
 
