@@ -8,6 +8,8 @@
                               stdin not a terminal, the board's nodes emulated
 
 Tests marked `needs_cli` are skipped while the tool is not built.
+CLI_TOOL_BUILD_DIR=build-aarch64 runs every test against the board's binary
+under qemu-user; start the tool with boardbox.tool_argv(), never by its path.
 """
 import os
 import signal
