@@ -1,9 +1,13 @@
 # make          build the tool, the simulator, the tests and the benchmark
 # make sim      build and run the tool on the simulated board (ARGS="-d" passes options to cli)
-# make check    install what is missing, build, run every test (also under ASan/UBSan)
+# make check    install what is missing, build, run every test (also under ASan/UBSan, the
+#               threads under TSan, short fuzz runs, and the end-to-end tests again against
+#               the aarch64 build under qemu-user)
 # make tsan     the unit tests and the threads' end-to-end tests (LED worker, RS-485 slave) under TSan
 # make fuzz     the console and engine fuzz targets in the box, FUZZ_SECONDS (180) each
 # make aarch64  cross-build for the board
+# make e2e-aarch64  the end-to-end tests against the aarch64 build, under qemu-user
+# make install  install the board's files from the aarch64 build (DESTDIR=... as usual)
 # make bench    build a Release tree and run the engine benchmark (against libcli when installed;
 #               BENCH_ARGS="--benchmark_filter=engine/" passes Google Benchmark options)
 
@@ -19,7 +23,9 @@ PYTHON     ?= /usr/bin/python3
 ARGS       ?=
 BENCH_ARGS ?=
 
-.PHONY: all deps sim check unit e2e sanitize tsan fuzz aarch64 bench format clean
+DESTDIR    ?=
+
+.PHONY: all deps sim check unit e2e e2e-aarch64 sanitize tsan fuzz aarch64 install bench format clean
 
 all:
 	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -35,7 +41,13 @@ unit: all
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
 e2e: all
-	CLI_BUILD_DIR=$(abspath $(BUILD)) $(PYTHON) -m pytest -q tests/e2e
+	CLI_BUILD_DIR=$(abspath $(BUILD)) $(PYTHON) -m pytest -q tests/e2e tests/pkg
+
+# The same tests, the tool being the board's binary under qemu-user; the PC
+# build still provides the box's PC side.
+e2e-aarch64: all aarch64
+	CLI_BUILD_DIR=$(abspath $(BUILD)) CLI_TOOL_BUILD_DIR=$(abspath $(BUILD_ARM)) \
+	    $(PYTHON) -m pytest -q tests/e2e tests/pkg
 
 sanitize:
 	@test -f $(BUILD_SAN)/CMakeCache.txt || cmake -S . -B $(BUILD_SAN) -DCMAKE_BUILD_TYPE=Debug -DCLI_SANITIZE=ON
@@ -58,9 +70,13 @@ fuzz:
 
 aarch64:
 	@test -f $(BUILD_ARM)/CMakeCache.txt || cmake -S . -B $(BUILD_ARM) \
-	      -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	      -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	      -DCMAKE_INSTALL_PREFIX=/usr
 	cmake --build $(BUILD_ARM) -j $(JOBS)
 	@file $(BUILD_ARM)/cli 2>/dev/null || true
+
+install: aarch64
+	DESTDIR=$(DESTDIR) cmake --install $(BUILD_ARM) --strip
 
 check: deps
 	$(MAKE) unit
@@ -68,7 +84,7 @@ check: deps
 	$(MAKE) sanitize
 	$(MAKE) tsan
 	$(MAKE) fuzz FUZZ_SECONDS=30
-	$(MAKE) aarch64
+	$(MAKE) e2e-aarch64
 
 # Timings mean something only with the optimiser on.
 bench: deps

@@ -220,9 +220,7 @@ uint32_t get_env(const char *pcName, char *pcOut, size_t ulLen)
     if (EQU_GetEnvFromFlash(&stEnv) != EQU_OK) {
         return EQU_FAIL;
     }
-    size_t n = strnlen(stEnv.szValue, ulLen - 1);
-    memcpy(pcOut, stEnv.szValue, n);
-    pcOut[n] = '\0';
+    copy_cut(pcOut, ulLen, stEnv.szValue);
     return EQU_OK;
 }
 

@@ -38,8 +38,36 @@ def build_dir():
     return Path(os.environ.get('CLI_BUILD_DIR', REPO / 'build')).resolve()
 
 
+def tool_build_dir():
+    """The build whose cli is tested: $CLI_TOOL_BUILD_DIR (the board's aarch64
+    build, run under qemu-user), else the PC's build. Everything else the
+    tests run (the preload of PC programs, helpers like serial_slave) comes
+    from build_dir()."""
+    return Path(os.environ.get('CLI_TOOL_BUILD_DIR', build_dir())).resolve()
+
+
 def tool_built():
-    return (build_dir() / 'cli').is_file()
+    return (tool_build_dir() / 'cli').is_file()
+
+
+EM_AARCH64 = 183
+
+
+def for_board(path):
+    """Whether a program is built for the board's processor (aarch64)."""
+    with open(path, 'rb') as prog:
+        head = prog.read(20)
+    return head[:4] == b'\x7fELF' and int.from_bytes(head[18:20], 'little') == EM_AARCH64
+
+
+def tool_argv(in_box=False):
+    """The words that start the tool, under qemu-user when it is the board's
+    build (through sim/box/emulate, which the box has in /run/boardsim)."""
+    cli = tool_build_dir() / 'cli'
+    if os.uname().machine == 'aarch64' or not for_board(cli):
+        return [str(cli)]
+    emulate = '/run/boardsim/emulate' if in_box else str(REPO / 'sim' / 'box' / 'emulate')
+    return [emulate, str(cli)]
 
 
 def undo_onlcr(raw):

@@ -19,6 +19,10 @@ STATE_IN_BOX = '/boardsim'
 DROPPED_CAPS = (25, 16, 17, 22, 27)
 PR_CAPBSET_DROP = 24
 FORWARDED = (signal.SIGTERM, signal.SIGHUP, signal.SIGINT, signal.SIGQUIT)
+EM_AARCH64 = 183
+# Programs of the board's processor run under qemu-user (mkroot puts the runner
+# there), never through the host's binfmt handlers.
+EMULATE = '/run/boardsim/emulate'
 
 
 def host_pid():
@@ -60,6 +64,16 @@ def box_env():
     return env
 
 
+def for_board(path):
+    # Called after the chroot; a program not found is left for execvpe to report.
+    try:
+        with open(path, 'rb') as prog:
+            head = prog.read(20)
+    except OSError:
+        return False
+    return head[:4] == b'\x7fELF' and int.from_bytes(head[18:20], 'little') == EM_AARCH64
+
+
 def start(argv):
     libc = ctypes.CDLL(None, use_errno=True)
     pid = os.fork()
@@ -72,6 +86,8 @@ def start(argv):
             libc.prctl(PR_CAPBSET_DROP, cap, 0, 0, 0)
         os.chroot(os.environ['BOX_ROOT'])
         os.chdir('/')
+        if os.uname().machine != 'aarch64' and for_board(argv[0]):
+            argv = [EMULATE] + argv
         os.execvpe(argv[0], argv, box_env())
     except OSError as err:
         print(f'boardsim: {argv[0]}: {err.strerror}', file=sys.stderr)

@@ -8,6 +8,8 @@
                               stdin not a terminal, the board's nodes emulated
 
 Tests marked `needs_cli` are skipped while the tool is not built.
+CLI_TOOL_BUILD_DIR=build-aarch64 runs every test against the board's binary
+under qemu-user; start the tool with boardbox.tool_argv(), never by its path.
 """
 import os
 import signal
@@ -20,7 +22,7 @@ import pytest
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / 'sim' / 'box'))
 
-from boardbox import Box, build_dir, tool_built  # noqa: E402
+from boardbox import REPO, Box, build_dir, tool_argv, tool_build_dir, tool_built  # noqa: E402
 
 
 def pytest_configure(config):
@@ -30,7 +32,7 @@ def pytest_configure(config):
 def pytest_collection_modifyitems(items):
     if tool_built():
         return
-    skip = pytest.mark.skip(reason=f'{build_dir()}/cli is not built yet')
+    skip = pytest.mark.skip(reason=f'{tool_build_dir()}/cli is not built yet')
     for item in items:
         if item.get_closest_marker('needs_cli'):
             item.add_marker(skip)
@@ -77,11 +79,20 @@ def box_run(box_factory):
 # ---- the tool outside the box: for what the box's launcher would hide
 # (the terminal's modes, signals, a killall stand-in first on PATH) ----
 
-def cli_env(state, path_dir=None):
+@pytest.fixture(scope='session')
+def preloads(tmp_path_factory):
+    # Each processor's preload where its loader's $LIB finds it (sim/box/preloads).
+    where = tmp_path_factory.mktemp('preloads')
+    subprocess.run([str(REPO / 'sim' / 'box' / 'preloads'), str(where),
+                    *{str(d / 'sim' / 'libboardsim.so') for d in (build_dir(), tool_build_dir())}],
+                   check=True)
+    return where
+
+
+def cli_env(state, preloads, path_dir=None):
     # Without the preload the printk level would be the host's.
-    assert (build_dir() / 'sim' / 'libboardsim.so').is_file()
     env = dict(os.environ, BOARDSIM_STATE=str(state),
-               LD_PRELOAD=str(build_dir() / 'sim' / 'libboardsim.so'),
+               LD_PRELOAD=f'{preloads}/$LIB/libboardsim.so',
                ASAN_OPTIONS='verify_asan_link_order=0:detect_leaks=1')
     if path_dir:
         env['PATH'] = f'{path_dir}:{env["PATH"]}'
@@ -108,13 +119,13 @@ def no_host_kills(args, path_dir):
 
 
 @pytest.fixture
-def spawn_cli():
+def spawn_cli(preloads):
     tools = []
 
     def spawn(state, args=('-d',), path_dir=None):
         no_host_kills(args, path_dir)
-        tools.append(Tool(str(build_dir() / 'cli'), list(args),
-                          env=cli_env(state, path_dir), timeout=20))
+        argv = tool_argv() + list(args)
+        tools.append(Tool(argv[0], argv[1:], env=cli_env(state, preloads, path_dir), timeout=20))
         return tools[-1]
 
     yield spawn
@@ -125,10 +136,10 @@ def spawn_cli():
 
 
 @pytest.fixture
-def run_cli():
+def run_cli(preloads):
     def run(state, *args, path_dir=None):
         no_host_kills(args, path_dir)
         with open(os.devnull, 'rb') as devnull:
-            return subprocess.run([str(build_dir() / 'cli'), *args], stdin=devnull,
-                                  capture_output=True, env=cli_env(state, path_dir), timeout=20)
+            return subprocess.run([*tool_argv(), *args], stdin=devnull, capture_output=True,
+                                  env=cli_env(state, preloads, path_dir), timeout=20)
     return run

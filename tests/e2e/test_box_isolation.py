@@ -10,7 +10,7 @@ from pathlib import Path
 
 import pytest
 
-from boardbox import build_dir
+from boardbox import tool_argv
 
 HOST_PRINTK = Path('/proc/sys/kernel/printk')
 DEFAULT_STATE = Path(__file__).resolve().parents[2] / 'sim' / 'default-state'
@@ -46,7 +46,7 @@ def test_killall_reaches_only_the_box(box_run, host_mainsvc):
 @pytest.mark.needs_cli
 def test_kill_list_and_printk_stay_in_the_box(box_factory, host_mainsvc):
     host_printk = HOST_PRINTK.read_text()
-    board = box_factory(run=['/bin/sh', '-c', in_box_service(f'{build_dir()}/cli')],
+    board = box_factory(run=['/bin/sh', '-c', in_box_service(' '.join(tool_argv(in_box=True)))],
                         fast=True).start()
     board.ready()
     host_links = subprocess.run(['ip', '-o', 'addr'], capture_output=True, text=True).stdout
