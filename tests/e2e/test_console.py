@@ -1,11 +1,12 @@
 """The console as the operator sees it: every transcript under transcripts/
 replayed in the box byte for byte; the terminal modes on the way in and on
-every way out (quit, SIGTERM, SIGHUP, no terminal at all).
+every way out (quit, a signal in the middle of a test, no terminal at all).
 
 A transcript that opens with output starts at the banner; one that opens
 with typing starts at the equipment prompt. A new module adds its transcript
 and nothing else.
 """
+import resource
 import signal
 import termios
 from pathlib import Path
@@ -57,14 +58,24 @@ def test_raw_while_running_and_restored_on_quit(tool):
     assert tool.exitstatus == 0
 
 
-@pytest.mark.parametrize('sig', [signal.SIGTERM, signal.SIGHUP])
-def test_fatal_signal_restores_the_terminal(tool, sig):
+@pytest.mark.parametrize('sig', [signal.SIGTERM, signal.SIGHUP, signal.SIGINT, signal.SIGQUIT,
+                                 signal.SIGKILL])
+def test_signal_mid_command_restores_what_it_can(tmp_path, spawn_cli, sig):
+    (tmp_path / 'state' / 'keys').mkdir(parents=True)
+    (tmp_path / 'state' / 'keys' / 'reset').write_text('released\n')
+    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))  # SIGQUIT leaves no core file
+    tool = spawn_cli(tmp_path / 'state')
     tool.expect_exact(b'<PLM7140>')
-    tool.send(b'test led')
-    tool.expect_exact(b'test led')
+    tool.send(b'en_equipment\r')
+    tool.expect_exact(b'-equipment]')
+    tool.send(b'test led on\r')
+    tool.expect_exact(b'$$')
+    # The LED worker flashes while the key test waits for a press.
+    tool.send(b'test reset button 200\r')
+    tool.expect_exact(b'@')
     tool.kill(sig)
     tool.expect(pexpect.EOF)
-    assert restored(tool)
+    assert bool(restored(tool)) == (sig != signal.SIGKILL)
     tool.close()
     assert tool.signalstatus == sig
 
