@@ -40,8 +40,12 @@ sim: deps all
 unit: all
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
+# The consoles' output is kept, to report which of the tool's messages the run reached.
 e2e: all
-	CLI_BUILD_DIR=$(abspath $(BUILD)) $(PYTHON) -m pytest -q tests/e2e tests/pkg
+	rm -f $(BUILD)/console.log
+	CLI_BUILD_DIR=$(abspath $(BUILD)) CLI_CONSOLE_LOG=$(abspath $(BUILD))/console.log \
+	    $(PYTHON) -m pytest -q tests/e2e tests/pkg
+	tools/msgcov $(BUILD)/console.log
 
 # The same tests, the tool being the board's binary under qemu-user; the PC
 # build still provides the box's PC side.

@@ -46,6 +46,14 @@ def tool_build_dir():
     return Path(os.environ.get('CLI_TOOL_BUILD_DIR', build_dir())).resolve()
 
 
+def console_log(child):
+    """With CLI_CONSOLE_LOG set, everything the child shows is appended to
+    that file (tools/msgcov reads it to see which messages a run reached)."""
+    path = os.environ.get('CLI_CONSOLE_LOG')
+    if path:
+        child.logfile_read = open(path, 'ab')  # closed with the child
+
+
 def tool_built():
     return (tool_build_dir() / 'cli').is_file()
 
@@ -216,6 +224,7 @@ class Box:
         env.update(self.env or {})
         self.child = pexpect.spawn(str(BOARDSIM), self.command_line(), env=env,
                                    timeout=self.timeout, dimensions=DIMENSIONS)
+        console_log(self.child)
         return self
 
     def __enter__(self):

@@ -22,7 +22,7 @@ import pytest
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / 'sim' / 'box'))
 
-from boardbox import REPO, Box, build_dir, tool_argv, tool_build_dir, tool_built  # noqa: E402
+from boardbox import REPO, Box, build_dir, console_log, tool_argv, tool_build_dir, tool_built  # noqa: E402
 
 
 def pytest_configure(config):
@@ -126,6 +126,7 @@ def spawn_cli(preloads):
         no_host_kills(args, path_dir)
         argv = tool_argv() + list(args)
         tools.append(Tool(argv[0], argv[1:], env=cli_env(state, preloads, path_dir), timeout=20))
+        console_log(tools[-1])
         return tools[-1]
 
     yield spawn
