@@ -5,6 +5,7 @@
 #               the aarch64 build under qemu-user)
 # make tsan     the unit tests and the threads' end-to-end tests (LED worker, RS-485 slave) under TSan
 # make fuzz     the console and engine fuzz targets in the box, FUZZ_SECONDS (180) each
+# make coverage line and branch coverage of src/ over the unit and end-to-end tests (HTML report)
 # make aarch64  cross-build for the board
 # make e2e-aarch64  the end-to-end tests against the aarch64 build, under qemu-user
 # make install  install the board's files from the aarch64 build (DESTDIR=... as usual)
@@ -15,6 +16,7 @@ BUILD      ?= build
 BUILD_SAN  ?= build-san
 BUILD_TSAN ?= build-tsan
 BUILD_FUZZ ?= build-fuzz
+BUILD_COV  ?= build-coverage
 FUZZ_SECONDS ?= 180
 BUILD_ARM  ?= build-aarch64
 BUILD_REL  ?= build-release
@@ -25,7 +27,7 @@ BENCH_ARGS ?=
 
 DESTDIR    ?=
 
-.PHONY: all deps sim check unit e2e e2e-aarch64 sanitize tsan fuzz aarch64 install bench format clean
+.PHONY: all deps sim check unit e2e e2e-aarch64 sanitize tsan fuzz coverage aarch64 install bench format clean
 
 all:
 	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -72,6 +74,19 @@ fuzz:
 	cmake --build $(BUILD_FUZZ) -j $(JOBS) --target fuzz_engine fuzz_console boardsim_preload
 	tests/fuzz/run $(BUILD_FUZZ) $(FUZZ_SECONDS)
 
+LCOV = lcov --quiet --rc lcov_branch_coverage=1
+coverage: deps
+	@test -f $(BUILD_COV)/CMakeCache.txt || cmake -S . -B $(BUILD_COV) -DCMAKE_BUILD_TYPE=Debug -DCLI_COVERAGE=ON
+	cmake --build $(BUILD_COV) -j $(JOBS)
+	find $(BUILD_COV) -name '*.gcda' -delete
+	cd $(BUILD_COV) && ctest -j $(JOBS) >/dev/null
+	BOX_BUILD_RW=1 CLI_BUILD_DIR=$(abspath $(BUILD_COV)) $(PYTHON) -m pytest -q tests/e2e
+	$(LCOV) --capture --directory $(BUILD_COV) --output-file $(BUILD_COV)/all.info
+	$(LCOV) --extract $(BUILD_COV)/all.info '$(abspath src)/*' --output-file $(BUILD_COV)/src.info
+	genhtml --quiet --branch-coverage $(BUILD_COV)/src.info --output-directory $(BUILD_COV)/html
+	$(LCOV) --summary $(BUILD_COV)/src.info
+	@echo "report: $(BUILD_COV)/html/index.html"
+
 aarch64:
 	@test -f $(BUILD_ARM)/CMakeCache.txt || cmake -S . -B $(BUILD_ARM) \
 	      -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake -DCMAKE_BUILD_TYPE=RelWithDebInfo \
@@ -102,4 +117,4 @@ format:
 	clang-format -i $(FORMAT_FILES)
 
 clean:
-	rm -rf $(BUILD) $(BUILD_SAN) $(BUILD_TSAN) $(BUILD_FUZZ) $(BUILD_ARM) $(BUILD_REL)
+	rm -rf $(BUILD) $(BUILD_SAN) $(BUILD_TSAN) $(BUILD_FUZZ) $(BUILD_COV) $(BUILD_ARM) $(BUILD_REL)
