@@ -3,7 +3,9 @@
 //     descriptor and a table of requests, each with its record layout;
 //   plain files (plain_files.cpp): /proc and /sys files kept in the state;
 //   serial lines (serial_lines.cpp): /dev/ttyS<n>, pseudo-terminals the box
-//     links in, watched only (state file serial/ttyS<n>).
+//     links in, watched only (state file serial/ttyS<n>);
+//   block images (block_images.cpp): /dev/<name>, the disks' and sticks'
+//     image files block/<name>, kept at their size as a block device is.
 // A path is the board's when its kind knows it and the state has its file.
 #pragma once
 #include "../common/records.h"
@@ -39,5 +41,12 @@ bool serial_line(const char *path);
 using LineCall = int (*)(int fd, unsigned long req, const void *arg);
 int serial_line_request(const char *path, int fd, unsigned long req, const void *arg,
                         LineCall call);
+
+// True for /dev/<name> when the state has the image block/<name>.
+bool block_image(const char *path);
+int block_image_open(const char *path, int flags, mode_t mode);
+// lseek and write on an image's descriptor, bounded by the image's size.
+off_t block_image_seek(int fd, off_t off, int whence);
+ssize_t block_image_write(const char *path, int fd, const void *buf, size_t len);
 
 }  // namespace bsim
