@@ -99,8 +99,7 @@ uint64_t EQU_CmdProc_Esata_SectorTest(CLI_CMD_PARA_S *pstCmdPara)
     int64_t lTimes = 1;
     CLI_GetAllParaNum(pstCmdPara, &ulNum);
     if (ulNum == 1) {
-        char acTimes[CLI_MAX_TOKEN_LEN] = {0};
-        CLI_GetOctStringPara(pstCmdPara, 0, acTimes);
+        const char *acTimes = pstCmdPara->astPara[0].szPara;
         if (!CLI_IsOnlydigitString(acTimes)) {
             printf("\r\nerror:invalid time value, please check");
             return EQU_FAIL;

@@ -206,9 +206,9 @@ uint64_t EQU_CmdCheck_BoardType_RWStr(const char *pcToken, CLI_CMD_PARA_S *pstCm
 
 uint64_t EQU_CmdProc_LocalHarddisk_Test(CLI_CMD_PARA_S *pstCmdPara)
 {
-    char acSlot[CLI_MAX_TOKEN_LEN] = {0};
+    // The slot as typed: a number or a word, by the rule that matched.
+    const char *acSlot = pstCmdPara->astPara[1].szPara;
     uint64_t ulNum = 0;
-    CLI_GetOctStringPara(pstCmdPara, 1, acSlot);
     CLI_GetUlongValuePara(pstCmdPara, 2, &ulNum);
     int64_t lSlot = 0;
     uint32_t u32First = 0;
