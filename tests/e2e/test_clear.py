@@ -9,7 +9,8 @@ import pytest
 
 from boardbox import build_dir, image_digest, undo_onlcr
 
-pytestmark = pytest.mark.needs_cli
+pytestmark = [pytest.mark.needs_cli, pytest.mark.skipif(
+    not os.access('/dev/fuse', os.R_OK | os.W_OK), reason='FUSE is not open to this user')]
 MIDDLE = 0x2880000
 # Files of the recorder; the recorder's database server, named so that no
 # command line of this script matches "dbserver" itself.

@@ -8,7 +8,8 @@ import pytest
 
 from boardbox import build_dir
 
-pytestmark = pytest.mark.needs_cli
+pytestmark = [pytest.mark.needs_cli, pytest.mark.skipif(
+    not os.access('/dev/fuse', os.R_OK | os.W_OK), reason='FUSE is not open to this user')]
 MTOOLS = dict(os.environ, MTOOLS_SKIP_CHECK='1')
 ERROR = b'port 0 test ............ error\nport 1 test ............ error'
 
