@@ -33,9 +33,19 @@ void EQU_Cmd_Pcie(void);
 void EQU_Cmd_x4tox2(void);
 void EQU_Cmd_CpuInfo(void);
 
+// Storage: disks, eSATA, USB sticks, shipping-state wipe, run-time record, RAM flags.
+void EQU_Cmd_Runtime(void);
+void EQU_Cmd_Clear(void);
+void EQU_Cmd_Usb(void);
+void EQU_Cmd_Harddisk(void);
+void EQU_Cmd_Esata(void);
+void EQU_Cmd_Ram(void);  // built, in no board's table
+
 // clang-format off
 #define EQU_CMD_TBL_K5T2B01 \
     EQU_Cmd_GPS, \
+    EQU_Cmd_Runtime, \
+    EQU_Cmd_Clear, \
     EQU_Cmd_Rtc, \
     EQU_Cmd_IP, \
     EQU_Cmd_ManuInfo, \
@@ -46,6 +56,7 @@ void EQU_Cmd_CpuInfo(void);
     EQU_Cmd_Watchdog, \
     EQU_Cmd_Button, \
     EQU_Cmd_Led, \
+    EQU_Cmd_Usb, \
     EQU_Cmd_Chip, \
     EQU_Cmd_MacAddr, \
     EQU_Cmd_NetPing, \
@@ -54,6 +65,8 @@ void EQU_Cmd_CpuInfo(void);
     EQU_Cmd_NetLoopback, \
     EQU_Cmd_EDID, \
     EQU_Cmd_Pcie, \
+    EQU_Cmd_Harddisk, \
+    EQU_Cmd_Esata, \
     EQU_Cmd_Software, \
     EQU_Cmd_Power, \
     EQU_Cmd_x4tox2
@@ -74,3 +87,10 @@ uint32_t EQU_Serial_485Master(uint32_t u32Tty, uint32_t u32Len, uint32_t u32Num,
 // The slot-status reading of the older board's PCIe slot list: no rule
 // installs it; parameter 0 is the slot (0 or 1).
 uint64_t EQU_CmdProc_PcieGetSlotStatus(struct CLI_CMD_PARA_S *pstCmdPara);
+
+// Storage: the run-time reset that the clear command also makes, and the
+// disk routines that EQU_FormatDisk (equ_common) drives. 0 or 200.
+uint32_t EQU_ResetRuntime(void);
+uint32_t EQU_HdPresent(uint64_t ulCabinet, uint64_t ulSlot, uint8_t *pucPresent);
+uint32_t EQU_GetDiskName(uint64_t ulCabinet, uint64_t ulSlot, char *pcName);  // 16 bytes
+uint32_t EQU_HD_FormatSector(uint64_t ulSlot);

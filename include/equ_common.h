@@ -31,6 +31,9 @@ inline constexpr const char *EQU_DEV_WATCHDOG = "/dev/hal_watchdog";
 inline constexpr const char *EQU_DEV_SC = "/dev/hal_sc";
 inline constexpr const char *EQU_DEV_SWITCH = "/dev/hal_switch";
 inline constexpr const char *EQU_DEV_GPS = "/dev/ttyS9";
+inline constexpr const char *EQU_DEV_RUNTIME = "/dev/hal_runtime";
+inline constexpr const char *EQU_DEV_HARDDISK = "/dev/harddisk";
+inline constexpr const char *EQU_PROC_DISK_NAME = "/proc/disk/disk_name";
 inline constexpr const char *EQU_PROC_WATCHDOG_STATUS = "/proc/watchdog_status";
 
 // Open-failure messages, printed around the node's path.
@@ -101,6 +104,8 @@ uint32_t EQU_TftpTransferFile(const char *pcLocal, const char *pcRemote, uint8_t
 uint32_t EQU_IsFileExist(const char *pcPath);
 uint32_t EQU_System(const char *pcCmd);
 uint32_t EQU_CmdRes_Num(const char *pcCmd);  // all ones on failure
+// Formats every present local hard disk; 0 or the first failure's status.
+uint32_t EQU_FormatDisk(void);
 
 // "mainboard" 0, "netboard" 14, anything else 255.
 uint32_t EQU_GetBoardPos(const char *pcBoard);

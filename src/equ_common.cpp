@@ -8,8 +8,12 @@
 // used so). The numeric parameter check of the validators lives here too.
 // Shell services: operator confirmation on standard input, TFTP transfer with
 // BusyBox tftp, shell runs judged by their wait status, a number read from a
-// command's output, file existence; and the board-position keyword.
+// command's output, file existence; the board-position keyword; and the
+// formatting of every present local hard disk.
 #include "equ_common.h"
+
+#include "drv_api.h"
+#include "equ_cmd.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -536,4 +540,39 @@ uint32_t EQU_GetBoardPos(const char *pcBoard)
         return 14;
     }
     return 255;
+}
+
+namespace {
+
+struct DiskFormatReq {
+    uint32_t u32Slot;
+    uint32_t u32Zero;
+};
+static_assert(sizeof(DiskFormatReq) == 8);
+
+}  // namespace
+
+// The slot count is asked again before each slot, as the driver expects.
+uint32_t EQU_FormatDisk(void)
+{
+    for (uint64_t ulSlot = 0; ulSlot < static_cast<uint8_t>(DEV_GET_HDISK_LOCAL_SLOT_NUM());
+         ulSlot++) {
+        uint8_t ucPresent = 0;
+        uint32_t u32Ret = EQU_HdPresent(0, ulSlot, &ucPresent);
+        if (u32Ret != EQU_OK) {
+            return u32Ret;
+        }
+        if (ucPresent == 0) {
+            continue;
+        }
+        DiskFormatReq stReq{static_cast<uint32_t>(ulSlot), 0};
+        (void)DRV_DiskCtl(DRV_DISK_FORMAT_PREP, &stReq);  // its answer decides nothing
+        u32Ret = EQU_HD_FormatSector(ulSlot);
+        printf("\r\nSlot_%lu format :%s\n", static_cast<unsigned long>(ulSlot),
+               u32Ret == EQU_OK ? "pass" : "fail");
+        if (u32Ret != EQU_OK) {
+            return u32Ret;
+        }
+    }
+    return EQU_OK;
 }

@@ -9,9 +9,12 @@ console transcripts.
     assert box.journal(kind='ioctl', name='/dev/hal_gpio')
     assert box.quit() == 0
 """
+import hashlib
 import os
 import re
+import shutil
 import signal
+import subprocess
 import time
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -20,6 +23,7 @@ import pexpect
 
 REPO = Path(__file__).resolve().parents[2]
 BOARDSIM = REPO / 'sim' / 'boardsim'
+DEFAULT_STATE = REPO / 'sim' / 'default-state'
 MODEL = 'PLM7140'
 # Rows and columns of the box's terminal: wide enough that no line of the
 # tool wraps.
@@ -349,13 +353,60 @@ class Box:
         return path.read_text(encoding='latin-1') if path.exists() else default
 
     def write(self, rel, text):
-        """Sets a state file (a newline is added when missing)."""
+        """Sets a state file (a newline is added when missing). A top-level
+        directory not on disk yet starts from its defaults, as the launcher
+        would have made it."""
+        self.seed(rel)
         path = self.path(rel)
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_text(text if text.endswith('\n') else text + '\n', encoding='latin-1')
 
+    def seed(self, rel):
+        top = Path(rel).parts[0]
+        if not self.path(top).exists() and (DEFAULT_STATE / top).is_dir():
+            shutil.copytree(DEFAULT_STATE / top, self.path(top))
+
     def remove(self, rel):
         self.path(rel).unlink(missing_ok=True)
+
+    # -- storage: the words of the state and the images behind them --
+
+    def set_word(self, rel, index, word):
+        self.seed(rel)
+        words = self.read(rel, '').split()
+        words += ['0'] * (index + 1 - len(words))
+        words[index] = str(word)
+        self.write(rel, ' '.join(words))
+
+    def attach_disk(self, slot, name, size):
+        """A sparse disk image of `size` bytes in disk slot `slot`."""
+        image = self.path('block') / name
+        image.parent.mkdir(parents=True, exist_ok=True)
+        with open(image, 'wb') as out:
+            out.truncate(size)
+        for rel, word in (('disk/present', 1), ('disk/capacity', size),
+                          ('proc/disk/disk_name', name)):
+            self.set_word(rel, slot, word)
+
+    def detach_disk(self, slot):
+        self.seed('proc')
+        name = self.read('proc/disk/disk_name').split()[slot]
+        self.path('block').joinpath(name).unlink(missing_ok=True)
+        for rel, word in (('disk/present', 0), ('disk/capacity', 0),
+                          ('proc/disk/disk_name', -1)):
+            self.set_word(rel, slot, word)
+
+    def attach_stick(self, port, name, partition=1, fat=True, size=16 << 20):
+        """A stick in USB port `port`: /dev/<name><partition> holds a FAT
+        file system (or nothing, fat=False)."""
+        image = self.path('block') / f'{name}{partition}'
+        image.parent.mkdir(parents=True, exist_ok=True)
+        with open(image, 'wb') as out:
+            out.truncate(size)
+        if fat:
+            subprocess.run(['mkfs.vfat', str(image)], check=True, capture_output=True)
+        self.write(f'usb/{port}', f'name={name} present=1 id={port + 1}')
+        return image
 
     def fail(self, target, *, ret=None, errno=None, skip=None, times=None):
         """Makes calls of `target` fail (DRV_Init, DRV_PerpCtl.0x1628,
@@ -388,6 +439,30 @@ class Box:
                 if (kind is None or entry.kind == kind)
                 and (name is None or entry.name == name)
                 and (request is None or entry.request == request)]
+
+
+def image_digest(path, block=4096):
+    """A digest of an image's content that holes and written zeros leave
+    alike; only the allocated extents are read, so a sparse terabyte is
+    quick."""
+    digest = hashlib.sha256()
+    zero = bytes(block)
+    with open(path, 'rb') as image:
+        fd, size, pos = image.fileno(), os.fstat(image.fileno()).st_size, 0
+        while pos < size:
+            try:
+                pos = os.lseek(fd, pos, os.SEEK_DATA)
+            except OSError:
+                break
+            end = os.lseek(fd, pos, os.SEEK_HOLE)
+            pos -= pos % block
+            while pos < end:
+                data = os.pread(fd, block, pos)
+                if data.strip(b'\0'):
+                    digest.update(pos.to_bytes(8, 'little') + data)
+                pos += block
+    digest.update(size.to_bytes(8, 'little'))
+    return digest.hexdigest()
 
 
 # ---- transcripts ----

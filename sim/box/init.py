@@ -10,7 +10,9 @@ that dies by re-raising a fatal signal would live on.
 import ctypes
 import os
 import signal
+import subprocess
 import sys
+import time
 
 STATE_IN_BOX = '/boardsim'
 # Capabilities whose reach is the host, whatever the namespaces: the clock,
@@ -94,6 +96,25 @@ def start(argv):
         os._exit(127)
 
 
+def unmount_fuse():
+    """FUSE mounts still standing are unmounted before the box ends, and
+    their programs waited for, so that every image is complete."""
+    root = os.environ['BOX_ROOT']
+    records = os.path.join(root, 'run', 'boxmounts')
+    for name in os.listdir(records) if os.path.isdir(records) else []:
+        with open(os.path.join(records, name)) as record:
+            pid, target = record.read().split()
+        subprocess.run(['umount', root + target], stderr=subprocess.DEVNULL)
+        deadline = time.monotonic() + 5
+        while time.monotonic() < deadline:
+            try:
+                if os.waitpid(int(pid), os.WNOHANG)[0]:
+                    break
+            except ChildProcessError:
+                break
+            time.sleep(0.01)
+
+
 def main(argv):
     run = os.environ['BOX_RUN']
     with open(os.path.join(run, 'init.pid'), 'w') as out:
@@ -119,6 +140,7 @@ def main(argv):
             return 1
         if pid == child:
             break
+    unmount_fuse()
     if os.WIFSIGNALED(status):
         ended, code = f'signal {os.WTERMSIG(status)}', 128 + os.WTERMSIG(status)
     else:

@@ -34,6 +34,11 @@ inline ssize_t write(int fd, const void *buf, size_t len)
     return ::syscall(SYS_write, fd, buf, len);
 }
 
+inline off_t lseek(int fd, off_t off, int whence)
+{
+    return static_cast<off_t>(::syscall(SYS_lseek, fd, off, whence));
+}
+
 inline int mkdir(const char *path, mode_t mode)
 {
     return static_cast<int>(::syscall(SYS_mkdirat, AT_FDCWD, path, mode));

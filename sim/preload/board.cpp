@@ -27,7 +27,8 @@ struct Slot {
     std::atomic<const char *> path;  // null: not ours
     std::atomic<const NodeTable *> node;
     std::atomic<uint64_t> ino;
-    std::atomic<bool> line;  // a serial line, watched only
+    std::atomic<bool> line;   // a serial line, watched only
+    std::atomic<bool> block;  // a disk or stick image
 };
 Slot g_fds[kMaxFd];
 
@@ -71,6 +72,7 @@ void track(int fd, const Claim &c)
     g_fds[fd].ino.store(inode_of(fd));
     g_fds[fd].node.store(c.node);
     g_fds[fd].line.store(c.kind == Backing::Line);
+    g_fds[fd].block.store(c.kind == Backing::Block);
     g_fds[fd].path.store(c.path);
 }
 
@@ -144,6 +146,9 @@ Claim claim_path(const char *path)
     } else if (!state_dir().empty() && serial_line(path)) {
         if (const char *name = intern(path))
             c = Claim{Backing::Line, name, nullptr};
+    } else if (!state_dir().empty() && block_image(path)) {
+        if (const char *name = intern(path))
+            c = Claim{Backing::Block, name, nullptr};
     } else if (!state_dir().empty() && plain_file(path)) {
         if (const char *name = intern(path))
             c = Claim{Backing::File, name, nullptr};
@@ -158,9 +163,10 @@ int board_open(const Claim &c, int flags, mode_t mode)
     std::string how = flags_text(flags);
     if (open_fails(c, "flags", how))
         return -1;
-    int fd = c.node                    ? request_node_open(*c.node, flags)
-             : c.kind == Backing::Line ? real().open(c.path, flags, mode)
-                                       : plain_file_open(c.path, flags, mode);
+    int fd = c.node                     ? request_node_open(*c.node, flags)
+             : c.kind == Backing::Line  ? real().open(c.path, flags, mode)
+             : c.kind == Backing::Block ? block_image_open(c.path, flags, mode)
+                                        : plain_file_open(c.path, flags, mode);
     int err = errno;
     track(fd, c);
     journal_open(c, fd, err, "flags", how);
@@ -194,6 +200,8 @@ FILE *board_fopen(const Claim &c, const char *mode)
 
 int board_access(const Claim &c, int how)
 {
+    if (c.kind == Backing::Block)
+        return real().access(state_path("block/" + std::string(c.path + 5)).c_str(), how);
     if (c.kind == Backing::Line)
         return real().access(c.path, how);
     return c.node ? 0 : plain_file_access(c.path, how);  // a node is read-write for all
@@ -221,6 +229,12 @@ const NodeTable *board_node(int fd)
 {
     Slot *s = lookup(fd);
     return s ? s->node.load() : nullptr;
+}
+
+const char *board_block(int fd)
+{
+    Slot *s = lookup(fd);
+    return s && s->block.load() ? s->path.load() : nullptr;
 }
 
 const char *board_line(int fd)

@@ -8,7 +8,7 @@
 
 namespace bsim {
 
-enum class Backing { None, Node, File, Line };
+enum class Backing { None, Node, File, Line, Block };
 
 struct Claim {
     Backing kind = Backing::None;
@@ -33,6 +33,8 @@ void board_closed(const char *path, int fd, int rc);
 const NodeTable *board_node(int fd);
 // The serial line's path behind fd, or null if fd is not one (any more).
 const char *board_line(int fd);
+// The block image's path behind fd, or null if fd is not one (any more).
+const char *board_block(int fd);
 // Serves a request on a board node's descriptor, setting errno as a driver.
 int board_ioctl(const NodeTable &node, int fd, unsigned long req, void *arg);
 

@@ -1,6 +1,7 @@
 // LD_PRELOAD front of the board simulator (libboardsim.so): thin wrappers
-// around open/openat/fopen/close/fclose/ioctl/access, the termios calls of
-// the serial lines, socket (for its fault injection), and the clock setters (settimeofday, clock_settime) that
+// around open/openat/fopen/close/fclose/ioctl/access, write and lseek of the
+// disk images, the termios calls of the serial lines, socket (for its fault
+// injection), and the clock setters (settimeofday, clock_settime) that
 // move the box's own clock. Each asks board.cpp
 // whether the path or descriptor is the board's and otherwise calls the real
 // function, looked up once, untouched. errno is left as the caller would see
@@ -120,6 +121,8 @@ const Real &bsim::real()
         next<int (*)(int, int, const termios *)>("tcsetattr"),
         next<int (*)(int, int)>("tcflush"),
         next<int (*)(int, int, int)>("socket"),
+        next<ssize_t (*)(int, const void *, size_t)>("write"),
+        next<off_t (*)(int, off_t, int)>("lseek"),
     };
     return r;
 }
@@ -241,6 +244,24 @@ BSIM_EXPORT int socket(int domain, int type, int protocol) noexcept
         return -1;
     }
     return real().socket(domain, type, protocol);
+}
+
+// Disk and stick images keep their size as a block device does.
+BSIM_EXPORT ssize_t write(int fd, const void *buf, size_t len)
+{
+    if (const char *image = board_block(fd))
+        return block_image_write(image, fd, buf, len);
+    return real().write(fd, buf, len);
+}
+
+BSIM_EXPORT off_t lseek(int fd, off_t off, int whence) noexcept
+{
+    return board_block(fd) ? block_image_seek(fd, off, whence) : real().lseek(fd, off, whence);
+}
+
+BSIM_EXPORT off_t lseek64(int fd, off_t off, int whence) noexcept
+{
+    return board_block(fd) ? block_image_seek(fd, off, whence) : real().lseek(fd, off, whence);
 }
 
 // The termios calls reach the kernel without our ioctl, so the serial lines

@@ -8,6 +8,8 @@
 //     interfaces of the state's mdio/.
 //   Ethernet ports (net_ports.cpp): the driver's private socket requests on
 //     eth<n> (state file eth/eth<n>); everything else reaches the box's veth.
+//   block images (block_images.cpp): /dev/<name>, the disks' and sticks'
+//     image files block/<name>, kept at their size as a block device is.
 // A path is the board's when its kind knows it and the state has its file.
 #pragma once
 #include "../common/records.h"
@@ -54,5 +56,11 @@ bool net_request(unsigned long req);
 // Serves it for the interface named in the ifreq at arg (journaled,
 // fault-injectable as "ioctl.eth0.0x89f0"); err is the errno to leave.
 long net_request_ioctl(unsigned long req, void *arg, int &err);
+// True for /dev/<name> when the state has the image block/<name>.
+bool block_image(const char *path);
+int block_image_open(const char *path, int flags, mode_t mode);
+// lseek and write on an image's descriptor, bounded by the image's size.
+off_t block_image_seek(int fd, off_t off, int whence);
+ssize_t block_image_write(const char *path, int fd, const void *buf, size_t len);
 
 }  // namespace bsim

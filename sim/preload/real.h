@@ -3,6 +3,7 @@
 // its own file work uses raw system calls (sys.h).
 #pragma once
 #include <cstdio>
+#include <sys/types.h>
 #include <termios.h>
 
 namespace bsim {
@@ -26,6 +27,8 @@ struct Real {
     int (*tcsetattr)(int, int, const termios *);
     int (*tcflush)(int, int);
     int (*socket)(int, int, int);
+    ssize_t (*write)(int, const void *, size_t);
+    off_t (*lseek)(int, off_t, int);
 };
 
 const Real &real();

@@ -496,13 +496,14 @@ int rtc_set(Call &c)
     if (tm.tm_mon < 0 || tm.tm_mon > 11 || tm.tm_mday < 1 || tm.tm_mday > 31 || tm.tm_hour > 23 ||
         tm.tm_min > 59 || tm.tm_sec > 59)
         return fail(c, EINVAL);  // as the kernel's rtc_valid_tm
-    return stored(c, state_write("rtc", num_line(static_cast<int64_t>(timegm(&tm) - sys::host_now()))));
+    return stored(
+        c, state_write("rtc", num_line(static_cast<int64_t>(timegm(&tm) - sys::host_now()))));
 }
 
-constexpr Field kRtcOut[] = {{"sec", 0, 4, Kind::S32, kOut}, {"min", 4, 4, Kind::S32, kOut},
+constexpr Field kRtcOut[] = {{"sec", 0, 4, Kind::S32, kOut},  {"min", 4, 4, Kind::S32, kOut},
                              {"hour", 8, 4, Kind::S32, kOut}, {"mday", 12, 4, Kind::S32, kOut},
                              {"mon", 16, 4, Kind::S32, kOut}, {"year", 20, 4, Kind::S32, kOut}};
-constexpr Field kRtcIn[] = {{"sec", 0, 4, Kind::S32, kIn}, {"min", 4, 4, Kind::S32, kIn},
+constexpr Field kRtcIn[] = {{"sec", 0, 4, Kind::S32, kIn},  {"min", 4, 4, Kind::S32, kIn},
                             {"hour", 8, 4, Kind::S32, kIn}, {"mday", 12, 4, Kind::S32, kIn},
                             {"mon", 16, 4, Kind::S32, kIn}, {"year", 20, 4, Kind::S32, kIn}};
 constexpr Request kRtcReqs[] = {make_request(req::kRtcReadTime, kRtcOut, rtc_read),

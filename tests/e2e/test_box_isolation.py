@@ -3,6 +3,7 @@ the box's processes, the printk level and kernel settings written inside
 leave the host's alone, and the box's interfaces and addresses never show on
 the host. And the box shows the board, not this PC: /sys, /proc/bus and /dev
 hold what the board's state puts there."""
+import os
 import shutil
 import time
 import subprocess
@@ -103,11 +104,45 @@ def test_the_box_shows_the_board_not_the_host(box_factory):
     seen = out.split()
     # The time library's shared memory is the box's own, in its /dev/shm.
     dev = {p[4:] for p in seen if p.startswith('dev/') and not p.startswith('dev/shm/')}
-    lines = {p.name for p in board.path('serial').iterdir()}  # the serial lines' ttys
-    nodes = {p.name for p in (DEFAULT_STATE / 'dev').iterdir()} - {'hal_sc'} | {'mmcblk0p7'} | lines
-    assert dev - HARMLESS_DEV == nodes
+    nodes = {p.name for p in (DEFAULT_STATE / 'dev').iterdir()} - {'hal_sc'}
+    # Storage images and serial lines of the state, and FUSE for the sticks.
+    nodes |= {p.name for d in ('mmc', 'md', 'block', 'serial') for p in board.path(d).iterdir()}
+    assert dev - HARMLESS_DEV == nodes | {'fuse'}
     assert not [p for p in seen if p.startswith('proc/bus/')]
     assert {p for p in seen if p.startswith('sys/')} == {
         'sys/bus', 'sys/bus/pci', 'sys/bus/pci/devices', 'sys/bus/pci/devices/0000:05:00.0',
         'sys/bus/pci/devices/0000:05:00.0/vendor'}
     assert '0x1b4b' in seen and 'hal_sc-opened' not in seen
+
+
+def host_storage():
+    """The host's block devices (with their first sectors where readable),
+    its mounts, and the files the storage commands write on a board."""
+    heads = {}
+    for dev in Path('/dev').iterdir():
+        if not dev.is_block_device():
+            continue  # never open other nodes: a watchdog would arm
+        try:
+            with open(dev, 'rb') as disk:
+                heads[dev.name] = disk.read(64 * 1024)
+        except OSError:
+            heads[dev.name] = 'unreadable'
+    mounts = Path('/proc/self/mountinfo').read_text()
+    files = {p: os.path.lexists(p) for p in ('/localtime', '/mmc', '/var/runtime', '/var/fs_disk',
+                                             '/tmp/esata_name', '/var/usb_disk_sdd1')}
+    return Path('/proc/partitions').read_text(), heads, mounts, files
+
+
+@pytest.mark.needs_cli
+def test_storage_commands_stay_in_the_box(box_factory):
+    before = host_storage()
+    board = box_factory(fast=True, timeout=30).start()
+    board.enter_equipment()
+    for line in ('test hdd 0 all 3 read', 'test esata sector 5', 'test usb access all'):
+        board.command(line)
+    board.send('clear information\r')
+    board.expect('(Y/N)')
+    board.send('y\r')
+    assert b'test result:pass' in board.expect_prompt(timeout=60)
+    assert host_storage() == before
+    assert board.quit() == 0

@@ -1,0 +1,79 @@
+"""test hdd: the sector test on real disk images puts back every byte, also
+when a sector fails; presence, capacity and the slot words."""
+import os
+
+import pytest
+
+from boardbox import image_digest
+
+pytestmark = pytest.mark.needs_cli
+
+
+def seed(image, sectors):
+    with open(image, 'r+b') as disk:
+        for s in sectors:
+            disk.seek(s * 512)
+            disk.write(os.urandom(512))
+
+
+def left_open(board, node):
+    opened = [e['fd'] for e in board.journal('open', node) if 'fd' in e.fields]
+    closed = [e['fd'] for e in board.journal('close', node)]
+    return len(opened) - len(closed)
+
+
+def test_sector_test_restores_every_byte(box_factory):
+    board = box_factory(fast=True)
+    board.attach_disk(1, 'sdb', 8 * 512)  # a disk that ends at sector 8
+    board.start().enter_equipment()
+    sda, sdb = board.path('block/sda'), board.path('block/sdb')
+    seed(sda, range(0, 300))
+    seed(sdb, range(0, 8))
+    before = image_digest(sda), image_digest(sdb)
+    assert board.command('test hdd 0 0 255 read').body == b'Slot  0 test..........ok'
+    frame = board.command('test hdd 0 1 16 write')
+    assert (frame.result, frame.body) == ('fail', b'Slot  1 test read old data of sector 8 error'
+                                          b'\r\nSlot  1 test..........error')
+    # The third write is sector 2's pattern: reported, put back, the rest tested.
+    board.fail('write./dev/sda', skip=2, times=1)
+    assert board.command('test hdd 0 0 4 read').body == (
+        b'Slot  0 test write test data to sector 2 error\r\nSlot  0 test..........error')
+    assert (image_digest(sda), image_digest(sdb)) == before
+    assert left_open(board, '/dev/sda') == 0
+    board.fail('write./dev/sda', skip=1, times=1)
+    assert board.command('test hdd 0 0 4 read').body == (
+        b'Slot  0 write old data back to sector 1 error\r\nSlot  0 test..........error')
+
+
+def test_slots_presence_and_capacity(box_factory):
+    board = box_factory(fast=True)
+    board.detach_disk(1)
+    board.attach_disk(2, 'sdc', 4000787030016)
+    board.write('proc/disk/global', 'esata: NUL')
+    board.start().enter_equipment()
+    frame = board.command('test hdd 0 all 1 read')
+    assert frame.result == 'fail' and frame.body.split(b'\r\n') == [
+        b'Slot  0 test..........ok', b'Failed to get disk name of slot 1',
+        b'Slot  1 get name..........error', b'Slot  2 test..........ok',
+        b'Failed to get disk name of slot 3', b'Slot  3 get name..........error']
+    assert board.command('test hdd all present').body == (
+        b'hdd  0 is: present \r\nhdd  1 is: absent \r\nhdd  2 is: present \r\nhdd  3 is: absent ')
+    # A good presence query leaves the node open, one per slot.
+    assert left_open(board, '/dev/harddisk') == 4
+    assert board.command('test hdd 0 2 capacity').body == b'hdd capacity : 3726gb '
+    assert board.command('test hdd 0 1 capacity').body == b'hdd capacity : 0gb '
+    board.fail('ioctl./dev/harddisk.0x40500')
+    assert board.command('test hdd 2 present').body == b'Failed to get present info\n'
+    board.fail('open./dev/sda', errno='ENXIO')  # present, but gone by the open
+    assert board.command('test hdd 0 0 1 read').body == b'\n /dev/sda open fail!'
+
+
+
+@pytest.mark.parametrize('line, message', [
+    ('test hdd 0 0 1 readwrite', b'cmd can only be read or read, please check'),
+    ('test hdd 0 4 1 read', b'slot should between 0 and 3'),
+    ('test hdd 0 0 0 read', b'Invalid input!number should >0'),
+])
+def test_validators(board, line, message):
+    assert message in board.line(line)
+    assert board.journal('open', '/dev/sda') == []
