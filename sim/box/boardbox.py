@@ -354,14 +354,15 @@ class Box:
 
     def write(self, rel, text):
         """Sets a state file (a newline is added when missing). A top-level
-        directory not on disk yet starts from its defaults, as the launcher
-        would have made it."""
-        self.seed(rel)
+        directory made here holds only this file: once there, it is the
+        whole truth (eth/eth0 alone is a board without eth1); seed() first
+        to change one default among the others."""
         path = self.path(rel)
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_text(text if text.endswith('\n') else text + '\n', encoding='latin-1')
 
     def seed(self, rel):
+        """The top-level directory of rel, from its defaults when not on disk yet."""
         top = Path(rel).parts[0]
         if not self.path(top).exists() and (DEFAULT_STATE / top).is_dir():
             shutil.copytree(DEFAULT_STATE / top, self.path(top))
@@ -405,6 +406,7 @@ class Box:
             out.truncate(size)
         if fat:
             subprocess.run(['mkfs.vfat', str(image)], check=True, capture_output=True)
+        self.seed('usb')
         self.write(f'usb/{port}', f'name={name} present=1 id={port + 1}')
         return image
 
