@@ -353,6 +353,12 @@ uint32_t EQU_EthLoopBackTest(const char *pcEthName, uint32_t u32PktLen, uint32_t
         printf("\r\nbind err");
         return EQU_FAIL;
     }
+    // A descriptor past what an fd_set holds cannot be waited on: no frame
+    // can come back in time.
+    if (sock.fd() >= FD_SETSIZE) {
+        printf("\r\nover time");
+        return EQU_FAIL;
+    }
     fd_set stSet;
     FD_ZERO(&stSet);
     FD_SET(sock.fd(), &stSet);

@@ -192,6 +192,12 @@ uint32_t check_packet(uint32_t j, const uint8_t *pucTx, const uint8_t *pucRx, ui
 // 0 once rx_fd is readable; prints why not otherwise.
 uint32_t wait_readable(int rx_fd)
 {
+    // A descriptor past what an fd_set holds cannot be waited on (a session
+    // that leaked many ports); it ends like a failed wait.
+    if (rx_fd >= FD_SETSIZE) {
+        printf("\r\nselect error");
+        return EQU_FAIL;
+    }
     fd_set stSet;
     FD_ZERO(&stSet);
     FD_SET(rx_fd, &stSet);
@@ -317,9 +323,14 @@ void *EQU_Serial_485SlaveThread(void *pArg)
     if (fd < 0) {
         return nullptr;
     }
+    int wake = g_iSlaveWake.load();
+    if (fd >= FD_SETSIZE || wake >= FD_SETSIZE) {
+        printf("\r\nselect error\n");
+        close(fd);
+        return nullptr;
+    }
     gbSlaveEnable = 1;
     uint32_t u32Bad = 0;
-    int wake = g_iSlaveWake.load();
     while (gbSlaveEnable) {
         fd_set stSet;
         FD_ZERO(&stSet);
