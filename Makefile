@@ -5,6 +5,7 @@
 #               the aarch64 build under qemu-user)
 # make tsan     the unit tests and the threads' end-to-end tests (LED worker, RS-485 slave) under TSan
 # make fuzz     the console and engine fuzz targets in the box, FUZZ_SECONDS (180) each
+#               (FUZZ_TARGETS=fuzz_engine to run one)
 # make coverage line and branch coverage of src/ over the unit and end-to-end tests (HTML report)
 # make aarch64  cross-build for the board
 # make e2e-aarch64  the end-to-end tests against the aarch64 build, under qemu-user
@@ -72,7 +73,7 @@ fuzz:
 	@test -f $(BUILD_FUZZ)/CMakeCache.txt || CC=clang CXX=clang++ cmake -S . -B $(BUILD_FUZZ) \
 	      -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCLI_SANITIZE=ON -DCLI_FUZZ=ON
 	cmake --build $(BUILD_FUZZ) -j $(JOBS) --target fuzz_engine fuzz_console boardsim_preload
-	tests/fuzz/run $(BUILD_FUZZ) $(FUZZ_SECONDS)
+	tests/fuzz/run $(BUILD_FUZZ) $(FUZZ_SECONDS) $(FUZZ_TARGETS)
 
 LCOV = lcov --quiet --rc lcov_branch_coverage=1
 # A failing test still leaves its counters: the report is made either way.
