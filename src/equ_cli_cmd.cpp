@@ -24,6 +24,10 @@
 #include "equ_cli_cmd.h"
 #include "equ_cmd.h"
 
+#ifdef CLI_COVERAGE
+extern "C" void __gcov_dump(void);
+#endif
+
 CLI_CMD_NODE_S *gpstCmdTempletRoot = nullptr;
 char gszLineBuf[CLI_LINE_BUF_LEN] = {};
 char gszSysPrompt[128] = "Corvanet";
@@ -1332,11 +1336,16 @@ void hist_step(uint64_t *pulPos, uint64_t ulBy)
 
 // Only async-signal-safe calls: put the terminal back, then die of the same
 // signal (the handler was reset on entry) so the parent sees what happened.
+// A coverage build also writes its counters, which a signalled death skips;
+// that call is not signal-safe, which a measuring build accepts.
 void ed_on_fatal_signal(int iSig)
 {
     if (g_bEdTermSaved) {
         (void)tcsetattr(STDIN_FILENO, TCSANOW, &g_stEdSavedTerm);
     }
+#ifdef CLI_COVERAGE
+    __gcov_dump();
+#endif
     (void)raise(iSig);
 }
 
