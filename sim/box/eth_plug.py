@@ -22,6 +22,8 @@ import selectors
 import socket
 import sys
 
+import daemon
+
 ETH_P_ALL = 0x0003
 PACKET_OUTGOING = 4
 
@@ -52,12 +54,7 @@ class Plugs:
             self.sel.register(sock, selectors.EVENT_READ, name)
 
     def journal(self, text):
-        fd = os.open(os.path.join(self.state, 'journal'), os.O_WRONLY | os.O_APPEND | os.O_CREAT,
-                     0o644)
-        try:
-            os.write(fd, (text + '\n').encode())
-        finally:
-            os.close(fd)
+        daemon.journal(self.state, text)
 
     def received(self, sock, port):
         frame, addr = sock.recvfrom(65536)
@@ -86,12 +83,7 @@ def main(state):
     if not os.path.isdir(os.path.join(state, 'eth')):
         return 0
     plugs = Plugs(state)
-    if os.fork() == 0:
-        os.setsid()
-        devnull = os.open(os.devnull, os.O_RDWR)
-        for fd in (0, 1, 2):
-            os.dup2(devnull, fd)
-        plugs.run()
+    daemon.serve(plugs.run)
     return 0
 
 

@@ -29,6 +29,8 @@ import sys
 import termios
 import time
 
+import daemon
+
 TIOCSPTLCK = 0x40045431
 TIOCGPTN = 0x80045430
 SPEEDS = {getattr(termios, 'B%d' % r): r for r in (1200, 2400, 4800, 9600, 19200, 38400,
@@ -127,10 +129,7 @@ class Lines:
         heapq.heappush(self.timers, (time.monotonic() + secs, self.seq, action, args))
 
     def journal(self, text):
-        fd = os.open(os.path.join(self.state, 'journal'), os.O_WRONLY | os.O_APPEND | os.O_CREAT,
-                     0o644)
-        os.write(fd, (text + '\n').encode())
-        os.close(fd)
+        daemon.journal(self.state, text)
 
     def deliver(self, line, data, opts):
         """Sends data towards the board's end of line, as the words say."""
@@ -209,12 +208,7 @@ def main(root, state):
     if not os.path.isdir(os.path.join(state, 'serial')):
         return 0
     lines = Lines(root, state)
-    if os.fork() == 0:
-        os.setsid()
-        devnull = os.open(os.devnull, os.O_RDWR)
-        for fd in (0, 1, 2):
-            os.dup2(devnull, fd)
-        lines.run()
+    daemon.serve(lines.run)
     return 0
 
 
