@@ -106,6 +106,11 @@ class FatFs(Operations):
 
     def write(self, path, data, offset, fh):
         f = self.files[path]
+        # The kernel's FAT takes the clusters at the write: a full stick fails
+        # it. What the image holds of the file already counts as taken.
+        end = offset + len(data)
+        if end > len(f.data) and end - self.entry(path)[2] > self.free():
+            raise FuseOSError(errno.ENOSPC)
         f.data.extend(bytes(max(0, offset - len(f.data))))
         f.data[offset:offset + len(data)] = data
         f.dirty = True
@@ -168,9 +173,12 @@ class FatFs(Operations):
         for p in [p for p in self.files if p == old or p.startswith(old + '/')]:
             self.files[new + p[len(old):]] = self.files.pop(p)
 
+    def free(self):
+        found = re.search(rb'([\d ]+) bytes free', self.mtools('mdir', '::/'))
+        return int(found[1].replace(b' ', b''))
+
     def statfs(self, path):
-        free = re.search(rb'([\d ]+) bytes free', self.mtools('mdir', '::/'))
-        blocks = int(free[1].replace(b' ', b'')) // 512
+        blocks = self.free() // 512
         return dict(f_bsize=512, f_frsize=512, f_blocks=self.size // 512, f_bfree=blocks,
                     f_bavail=blocks, f_namemax=255)
 

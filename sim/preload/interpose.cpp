@@ -1,5 +1,5 @@
 // LD_PRELOAD front of the board simulator (libboardsim.so): thin wrappers
-// around open/openat/fopen/close/fclose/ioctl/access, write and lseek of the
+// around open/openat/fopen/close/fclose/ioctl/access, read, write and lseek of the
 // disk images, the termios calls of the serial lines, socket (for its fault
 // injection), and the clock setters (settimeofday, clock_settime) that
 // move the box's own clock. Each asks board.cpp
@@ -122,6 +122,7 @@ const Real &bsim::real()
         next<int (*)(int, int)>("tcflush"),
         next<int (*)(int, int, int)>("socket"),
         next<ssize_t (*)(int, const void *, size_t)>("write"),
+        next<ssize_t (*)(int, void *, size_t)>("read"),
         next<off_t (*)(int, off_t, int)>("lseek"),
     };
     return r;
@@ -252,6 +253,13 @@ BSIM_EXPORT ssize_t write(int fd, const void *buf, size_t len)
     if (const char *image = board_block(fd))
         return block_image_write(image, fd, buf, len);
     return real().write(fd, buf, len);
+}
+
+BSIM_EXPORT ssize_t read(int fd, void *buf, size_t len)
+{
+    if (const char *image = board_block(fd))
+        return block_image_read(image, fd, buf, len);
+    return real().read(fd, buf, len);
 }
 
 BSIM_EXPORT off_t lseek(int fd, off_t off, int whence) noexcept

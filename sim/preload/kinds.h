@@ -59,8 +59,10 @@ long net_request_ioctl(unsigned long req, void *arg, int &err);
 // True for /dev/<name> when the state has the image block/<name>.
 bool block_image(const char *path);
 int block_image_open(const char *path, int flags, mode_t mode);
-// lseek and write on an image's descriptor, bounded by the image's size.
+// lseek and write on an image's descriptor, bounded by the image's size;
+// read as the image has it. Both fault-injectable ("read./dev/sda").
 off_t block_image_seek(int fd, off_t off, int whence);
 ssize_t block_image_write(const char *path, int fd, const void *buf, size_t len);
+ssize_t block_image_read(const char *path, int fd, void *buf, size_t len);
 
 }  // namespace bsim

@@ -28,6 +28,7 @@ struct Real {
     int (*tcflush)(int, int);
     int (*socket)(int, int, int);
     ssize_t (*write)(int, const void *, size_t);
+    ssize_t (*read)(int, void *, size_t);
     off_t (*lseek)(int, off_t, int);
 };
 

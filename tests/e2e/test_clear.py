@@ -104,3 +104,22 @@ def test_without_data_partitions_or_disks(box_factory):
     assert out.endswith(b'\r\nNo Support 20G\r\nunable to FormatHdPart !\r\ntest result:pass\r\n$$')
     board.fail('open./dev/hal_runtime')
     assert b'Open hal_runtime failed\r\ntest result:fail' in answer(board, 'y')
+
+
+# The disk wipe stops at the first slot it cannot handle; the clearing
+# itself has passed by then.
+@pytest.mark.parametrize('setup, tail', [
+    (lambda b: b.fail('open./proc/disk/disk_name'),
+     b'Failed to open /proc/disk/disk_name file\r\nDRVLib_GetDiskName failed, ulSlotnum:0'
+     b'\r\nSlot_0 format :fail\n'),
+    (lambda b: b.write('disk/slots', '1'),  # the driver lists fewer slots than the board has
+     b'Slot_0 format :pass\n\r\nInvalid board slot 0 or disk slot 1'),
+])
+def test_disk_wipe_failures(box_factory, setup, tail):
+    board = box_factory(fast=True)
+    board.seed('disk')  # the disks keep their sizes
+    board.write('disk/support_hdpart', '0')
+    setup(board)
+    board.start().enter_equipment()
+    assert answer(board, 'y').endswith(
+        b'\r\n' + tail + b'\r\nunable to FormatDisk !\r\ntest result:pass\r\n$$')

@@ -77,3 +77,19 @@ def test_slots_presence_and_capacity(box_factory):
 def test_validators(board, line, message):
     assert message in board.line(line)
     assert board.journal('open', '/dev/sda') == []
+
+
+# A disk that loses a write, a sector that cannot be read back, a slot word
+# the slot rule let through.
+@pytest.mark.parametrize('fault, line, body', [
+    (('write./dev/sda', dict(ret=512, times=1)), 'test hdd 0 0 2 read',
+     b'error:Slot  0 write != read data of sector 1\r\nSlot  0 test..........error'),
+    (('read./dev/sda', dict(skip=1, times=1)), 'test hdd 0 0 2 read',
+     b'Slot  0 test read test data of sector 1 error\r\nSlot  0 test..........error'),
+    (None, 'test hdd 0 first 1 read', b'cmd can only be 0~3 or all'),
+])
+def test_sector_faults(board, fault, line, body):
+    if fault:
+        board.fail(fault[0], **fault[1])
+    frame = board.command(line)
+    assert (frame.result, frame.body) == ('fail', body)

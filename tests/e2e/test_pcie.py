@@ -63,3 +63,14 @@ def test_slot_status_from_configuration_space(box_factory):
         ('pass', b'PCIE_SWITCH to 8111A test:ok\r\npcie width: x4\r\npcie speed: 5.0 GT/s'),
         ('pass', b'PCIE_SWITCH to 9215 test:error\r\npcie width: x0\r\npcie speed: 0.0 GT/s'),
         ('fail', b'failed to slot  please  check 0-1')]
+
+
+def test_slot_status_without_the_device(box_factory):
+    board = box_factory(fast=True, run=[str(build_dir() / 'tests/engine_lines'), 'test pcieslot 0'])
+    board.seed('pcie')
+    board.remove('pcie/3')
+    board.start()
+    assert board.wait() == 0
+    frame = parse_frame(board.child.before.split(b'$$')[0] + b'$$')
+    assert (frame.result, frame.body) == (
+        'fail', b'failed to open /sys/bus/pci/devices/0000:03:00.0/config')

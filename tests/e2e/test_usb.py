@@ -2,6 +2,7 @@
 sticks' real FAT file systems (mounted in the box with fatfs.py, read back
 afterwards with mtools)."""
 import os
+import re
 import subprocess
 
 import pytest
@@ -63,3 +64,25 @@ def test_sticks_that_do_not_mount(board):
     assert board.command('test usb status 0').body == (
         b'Failed to get usb info\r\nport 0 test ............ absent\nport 1 test ............ absent')
     assert b'Usb port number must be 0-1 or all' in board.line('test usb status 2')
+
+
+def fill(stick):
+    listing = subprocess.run(['mdir', '-i', str(stick), '::'], check=True, capture_output=True,
+                             text=True).stdout
+    with open(stick.parent / 'fill', 'wb') as out:
+        out.truncate(int(re.search(r'([\d ]+) bytes free', listing)[1].replace(' ', '')))
+    subprocess.run(['mcopy', '-i', str(stick), str(stick.parent / 'fill'), '::'], check=True)
+
+
+# Port 0's stick fails, port 1's passes: the verdict names both.
+@pytest.mark.parametrize('spoil, message', [
+    (lambda s: subprocess.run(['mmd', '-i', str(s), '::test.txt'], check=True),
+     b'Open /var/usb_disk_sdd1/test.txt failed, err: Is a directory'),
+    (fill, b'write usb failed, real write len : 18446744073709551615'),
+])
+def test_stick_that_takes_no_test_file(box_factory, spoil, message):
+    board = box_factory(fast=True)
+    spoil(board.attach_stick(0, 'sdd'))
+    board.start().enter_equipment()
+    frame = board.command('test usb access all', timeout=30)
+    assert (frame.result, frame.body) == ('fail', message + b'\r\n' + ERROR)
