@@ -141,6 +141,10 @@ def run_cli(preloads):
     def run(state, *args, path_dir=None):
         no_host_kills(args, path_dir)
         with open(os.devnull, 'rb') as devnull:
-            return subprocess.run([*tool_argv(), *args], stdin=devnull, capture_output=True,
-                                  env=cli_env(state, preloads, path_dir), timeout=20)
+            run = subprocess.run([*tool_argv(), *args], stdin=devnull, capture_output=True,
+                                 env=cli_env(state, preloads, path_dir), timeout=20)
+        if os.environ.get('CLI_CONSOLE_LOG'):  # for tools/msgcov, as the consoles are
+            with open(os.environ['CLI_CONSOLE_LOG'], 'ab') as log:
+                log.write(run.stdout)
+        return run
     return run

@@ -68,3 +68,28 @@ def test_logo_download_check_upload(board, name):
     board.path(f'tftp/{name}').unlink()
     assert board.command(f'upload logo {name}', timeout=30).passed
     assert board.path(f'tftp/{name}').read_bytes() == logo
+
+
+CHECK = b'\r\nPlease check the test result'
+
+
+@pytest.mark.parametrize('fault, line, message', [
+    (None, 'check logo bootlogo', b'Analyse bootlogo fail\n' + CHECK),
+    (None, 'download logo absent.tar',
+     b'-l /tmp/absent.tar -r absent.tar failed\r\n\rTFTP Failed' + CHECK),
+    # Nothing unpacks from a partition without a res archive.
+    (None, 'check logo res.skin.tar', b'md5sum execute fail' + CHECK),
+    ('exec.md5sum', 'check logo res.skin.tar', b'get md5 info fail' + CHECK),
+    ('exec.rm', 'upload logo logo.bin', b'\r\n\rRmFile Failed'),
+    ('ioctl./dev/hal_nvram.0x40615', 'download manuinfo manu.txt',
+     CHECK + b'\r\nFailed to set nvram value(SN=A1) of ManuInfo, errno(Input/output error)\n'),
+])
+def test_transfer_and_sum_failures(board, fault, line, message):
+    board.path('tftp/manu.txt').write_bytes(b'SN=A1')
+    board.path('mmc/mmcblk0p7').write_bytes(tar_of('logo.bin', b'logo').ljust(2 << 20, b'\0'))
+    assert board.command('set serverip 192.168.1.1').passed
+    if fault:
+        # A sum tool that exits 0 without a word leaves an empty sum file.
+        board.fail(fault, ret=0 if fault == 'exec.md5sum' else None)
+    frame = board.command(line, timeout=30)
+    assert frame.result == 'fail' and frame.body.endswith(message)

@@ -26,9 +26,13 @@ def test_version_report(box_factory, board_id, straps, pcb, shown):
 def test_version_failures(board):
     assert b'cmd can only be mainboard,please check' in board.line('display version netboard')
     board.fail('ioctl./dev/hal_gpio.0x40611')
+    # The straps of the board id take their mode, the PCB's do not.
+    board.fail('ioctl./dev/hal_gpio.0x4061f', skip=4)
     board.fail('exec.update')
     frame = board.command('display version mainboard')
     assert frame.result == 'fail'
-    lines = [l for l in frame.body.split(b'\r\n') if not l.startswith(b'get gpio value failed')]
+    assert frame.lines.count(b'set gpio mode failed, GpioIdx 4, BitIdx 12,  SetMode 0') == 1
+    lines = [l for l in frame.body.split(b'\r\n')
+             if not l.startswith((b'get gpio value failed', b'set gpio mode failed'))]
     assert lines == [b'BOARD            : error', b'Get Board ID failed', b'PCB              : error',
                      b'Get Board Version failed', b'APP              :', b'APP_NEW          :']
