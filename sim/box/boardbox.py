@@ -521,11 +521,13 @@ def read_exactly(child, count, timeout):
     return got
 
 
-def play_transcript(box, path, timeout=5.0):
+def play_transcript(box, path, timeout=None):
     """Replays a transcript against a running box, byte for byte; on the first
-    difference an AssertionError names the file and line."""
+    difference an AssertionError names the file and line. Each step waits as
+    long as the box's own expectations (the banner comes after the box's
+    start, which a loaded machine slows)."""
     for num, keys, expected in load_transcript(path):
         if keys:
             box.child.send(keys)
-        got = read_exactly(box.child, len(expected), timeout)
+        got = read_exactly(box.child, len(expected), timeout or box.timeout)
         assert got == expected, f'{path}:{num}: expected {expected!r}, got {got!r}'
