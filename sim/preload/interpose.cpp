@@ -247,11 +247,16 @@ BSIM_EXPORT int socket(int domain, int type, int protocol) noexcept
     return real().socket(domain, type, protocol);
 }
 
-// Disk and stick images keep their size as a block device does.
+// Disk and stick images keep their size as a block device does; a serial
+// line's writes can be made to fail.
 BSIM_EXPORT ssize_t write(int fd, const void *buf, size_t len)
 {
     if (const char *image = board_block(fd))
         return block_image_write(image, fd, buf, len);
+    ssize_t rc = 0;
+    if (const char *line = board_line(fd);
+        line != nullptr && serial_line_write_fails(line, len, rc))
+        return rc;
     return real().write(fd, buf, len);
 }
 

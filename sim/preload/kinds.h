@@ -45,6 +45,9 @@ bool serial_line(const char *path);
 using LineCall = int (*)(int fd, unsigned long req, const void *arg);
 int serial_line_request(const char *path, int fd, unsigned long req, const void *arg,
                         LineCall call);
+// True when a write to the line is to fail ("write./dev/ttyS0"): journaled,
+// rc and errno set as a UART driver that lost the line would leave them.
+bool serial_line_write_fails(const char *path, size_t len, ssize_t &rc);
 
 // True for an MII register request on a socket while the box has a state.
 bool mii_request(int fd, unsigned long req);

@@ -34,3 +34,14 @@ def test_led_cycle_then_off_leaves_all_off(board):
     assert len(writes) >= 2 * len(CYCLE) + 8
     assert writes[:-8] == CYCLE * ((len(writes) - 8) // len(CYCLE))
     assert all(board.read(f'gpio/3.{bit}') == '1\n' for bit in range(22, 30))
+
+
+def test_a_failed_cycle_ends_the_worker_for_good(board):
+    board.fail(f'ioctl./dev/hal_gpio.{GPIO_SET:#x}')
+    assert board.command('test led on').passed
+    board.expect(b'\r\nsomething wrong with led thread!')
+    board.unfail(f'ioctl./dev/hal_gpio.{GPIO_SET:#x}')
+    mark = board.mark()
+    assert board.command('test led on').passed
+    assert board.command('test led off').passed   # no worker left to wait for
+    assert led_writes(board, mark) == ALL_OFF

@@ -95,3 +95,13 @@ def test_zone_failures(board):
     assert board.command('test rtc getzone').body.endswith(b'\r\nsave factory_timezone=GMT-8 to flash error')
     board.fail('DRV_PerpCtl.0x1611')
     assert board.command('test rtc getzone').body == b'get time zone failed'
+
+
+def test_nvram_failures(board):
+    # A fresh board has never stored a date.
+    frame = board.command('test rtc gettime')
+    assert (frame.result, frame.lines[-1]) == ('fail', b'read rtc date from flash error')
+    for skip, message in ((0, b'save rtc date to flash error'), (1, b'save rtc time to flash error')):
+        board.fail('ioctl./dev/hal_nvram.0x40615', skip=skip)
+        frame = board.command('test rtc settime 12:00:00 2024-01-01')
+        assert (frame.result, frame.lines[-1]) == ('fail', message)

@@ -1,6 +1,8 @@
 """Serial ports and the GPS receiver over the box's pseudo-terminals: the
 loopback plug on ttyS0, the null-modem cable between ttyS6 and ttyS1, a
 remote RS-485 master, the NMEA feeder on ttyS9."""
+import resource
+
 import pytest
 
 from boardbox import build_dir
@@ -57,6 +59,7 @@ def test_transfer_faults(board, line, words, message):
     ('open./dev/ttyS0', b"can't open the device:/dev/ttyS0!\n", 0),
     ('ioctl./dev/ttyS0.0x5401', b'Failed to get serial port attributes', 1),
     ('ioctl./dev/ttyS0.0x5402', b'setup /dev/ttyS0 error!', 1),
+    ('write./dev/ttyS0', b'error: send No.0 packet failed', 1),
 ])
 def test_port_setup_failures(board, target, message, closes):
     board.fail(target)
@@ -73,9 +76,13 @@ def test_refused_input(board):
         'test rs 232 loopback 16 1 0 1': b'invalid RS232 port num 1 should small than 1',
         'test rs 232 set rate 9600 1': b'invalid RS232 port num 1 should be less than 1',
         'test 485 2 set rate 9600': b'invalid RS485 port num 2 should small than 2',
+        # The engine takes a signed number for a port; the handlers do not.
+        'test rs 232 set rate 9600 -1': b'rs232 port should be 0',
+        'test 485 -1 set rate 9600': b'rs485 port should be 0~1',
     }
     for command, message in refusals.items():
-        assert board.command(command).body == message, command
+        frame = board.command(command)
+        assert (frame.result, frame.body) == ('fail', message), command
     for command, message in {
         'test rs 232 set rate 38400 0': b'the BaudRate you input should be 9600 or 115200',
         'test rs 232 loopback 0 1 0 0': b'the uiPktLength you input should between 1 and 255',
@@ -87,6 +94,31 @@ def test_refused_input(board):
     }.items():
         assert message in board.line(command), command
     assert board.journal('open', '/dev/ttyS0') == []
+
+
+def test_a_session_that_leaks_ports_past_an_fd_set(box_factory):
+    # Each failed RS-485 loopback keeps its pair open; once the receiving
+    # descriptor no longer fits an fd_set the wait fails instead of writing
+    # past the set. The box inherits our descriptor limit: room above 1024.
+    board = box_factory(fast=True)
+    board.seed('serial')
+    board.write('serial/ttyS6', 'cable=ttyS1 corrupt=3')
+    limits = resource.getrlimit(resource.RLIMIT_NOFILE)
+    if 0 <= limits[1] < 2048:
+        pytest.skip('the descriptor limit leaves no room past an fd_set')
+    resource.setrlimit(resource.RLIMIT_NOFILE, (max(limits[0], 2048), limits[1]))
+    try:
+        board.start().enter_equipment()
+    finally:
+        resource.setrlimit(resource.RLIMIT_NOFILE, limits)
+    assert board.command('test 485 0 set rate 115200').passed
+    board.child.delaybeforesend = None
+    for _ in range(600):
+        frame = board.command('test 485 0 1 loopback 1 1 0')
+        if frame.body != b'error: No.0 packet syn info error[0xff, 0xff, 0xff, 0xfe]':
+            break
+    assert (frame.result, frame.body) == ('fail', b'select error')
+    assert board.journal('open', '/dev/ttyS1')[-1].result >= 1024
 
 
 def test_gps_satellites_and_time_from_the_stream(board):
