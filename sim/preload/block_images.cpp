@@ -3,8 +3,8 @@
 // state's image (never a device of this PC, in the box or outside it). Like
 // a block device the image keeps its size: O_TRUNC is ignored, a seek past
 // the end fails with EINVAL and a write stops at the end (a short write, and
-// ENOSPC at the end itself). "write./dev/<name>" and "read./dev/<name>" in
-// fail/ make writes and reads fail (a disk with bad sectors).
+// ENOSPC at the end itself). Faulted reads and writes (a disk with bad
+// sectors) are decided with the other kinds' in board.cpp.
 #include "../common/fault.h"
 #include "../common/journal.h"
 #include "../common/state.h"
@@ -29,20 +29,6 @@ off_t image_size(int fd)
 {
     struct stat st {};
     return sys::fstat(fd, &st) == 0 ? st.st_size : -1;
-}
-
-// The injected result of a read or write, journaled, if one is due.
-bool injected(const char *op, const char *path, size_t len, ssize_t &ret)
-{
-    Fault f;
-    if (!fault_check(std::string(op) + "." + path, f))
-        return false;
-    JournalLine line(op, path);
-    line.num("len", static_cast<int64_t>(len));
-    line.finish(f.ret, f.err);
-    errno = f.err;
-    ret = f.ret;
-    return true;
 }
 
 }  // namespace
@@ -71,11 +57,8 @@ off_t block_image_seek(int fd, off_t off, int whence)
     return sys::lseek(fd, base + off, SEEK_SET);
 }
 
-ssize_t block_image_write(const char *path, int fd, const void *buf, size_t len)
+ssize_t block_image_write(int fd, const void *buf, size_t len)
 {
-    ssize_t ret = 0;
-    if (injected("write", path, len, ret))
-        return ret;
     off_t size = image_size(fd);
     off_t pos = sys::lseek(fd, 0, SEEK_CUR);
     if (size >= 0 && pos >= size) {
@@ -84,12 +67,6 @@ ssize_t block_image_write(const char *path, int fd, const void *buf, size_t len)
     }
     size_t room = size >= 0 && pos >= 0 ? static_cast<size_t>(size - pos) : len;
     return sys::write(fd, buf, len < room ? len : room);
-}
-
-ssize_t block_image_read(const char *path, int fd, void *buf, size_t len)
-{
-    ssize_t ret = 0;
-    return injected("read", path, len, ret) ? ret : sys::read(fd, buf, len);
 }
 
 }  // namespace bsim

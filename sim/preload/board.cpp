@@ -283,6 +283,19 @@ bool board_socket_fails(int domain, int type, int &err)
     return true;
 }
 
+bool board_transfer_fails(const char *op, const char *path, size_t len, ssize_t &ret)
+{
+    Fault f;
+    if (!fault_check(std::string(op) + "." + path, f))
+        return false;
+    JournalLine line(op, path);
+    line.num("len", static_cast<int64_t>(len));
+    line.finish(f.ret, f.err);
+    errno = f.err;
+    ret = f.ret;
+    return true;
+}
+
 void board_passed(const char *what, const char *path)
 {
     if (!debug_enabled() || path == nullptr)

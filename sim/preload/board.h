@@ -46,6 +46,10 @@ int board_net_ioctl(int fd, unsigned long req, void *arg);
 // the errno to leave. The failure is journaled.
 bool board_socket_fails(int domain, int type, int &err);
 
+// True when a read or write ("read", "write") on a disk image or serial line
+// is to fail (fail/<op>.<path>): journaled, errno set, ret the result to give.
+bool board_transfer_fails(const char *op, const char *path, size_t len, ssize_t &ret);
+
 // With BOARDSIM_DEBUG=1, device and proc paths left to the system are
 // logged: that is where a node the simulator lacks shows up.
 void board_passed(const char *what, const char *path);

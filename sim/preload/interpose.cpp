@@ -247,23 +247,24 @@ BSIM_EXPORT int socket(int domain, int type, int protocol) noexcept
     return real().socket(domain, type, protocol);
 }
 
-// Disk and stick images keep their size as a block device does; a serial
-// line's writes can be made to fail.
+// Disk and stick images keep their size as a block device does; their
+// reads and writes, and a serial line's writes, can be made to fail.
 BSIM_EXPORT ssize_t write(int fd, const void *buf, size_t len)
 {
-    if (const char *image = board_block(fd))
-        return block_image_write(image, fd, buf, len);
+    const char *image = board_block(fd);
+    const char *path = image ? image : board_line(fd);
     ssize_t rc = 0;
-    if (const char *line = board_line(fd);
-        line != nullptr && serial_line_write_fails(line, len, rc))
+    if (path && board_transfer_fails("write", path, len, rc))
         return rc;
-    return real().write(fd, buf, len);
+    return image ? block_image_write(fd, buf, len) : real().write(fd, buf, len);
 }
 
 BSIM_EXPORT ssize_t read(int fd, void *buf, size_t len)
 {
-    if (const char *image = board_block(fd))
-        return block_image_read(image, fd, buf, len);
+    const char *image = board_block(fd);
+    ssize_t rc = 0;
+    if (image && board_transfer_fails("read", image, len, rc))
+        return rc;
     return real().read(fd, buf, len);
 }
 

@@ -45,9 +45,6 @@ bool serial_line(const char *path);
 using LineCall = int (*)(int fd, unsigned long req, const void *arg);
 int serial_line_request(const char *path, int fd, unsigned long req, const void *arg,
                         LineCall call);
-// True when a write to the line is to fail ("write./dev/ttyS0"): journaled,
-// rc and errno set as a UART driver that lost the line would leave them.
-bool serial_line_write_fails(const char *path, size_t len, ssize_t &rc);
 
 // True for an MII register request on a socket while the box has a state.
 bool mii_request(int fd, unsigned long req);
@@ -62,10 +59,8 @@ long net_request_ioctl(unsigned long req, void *arg, int &err);
 // True for /dev/<name> when the state has the image block/<name>.
 bool block_image(const char *path);
 int block_image_open(const char *path, int flags, mode_t mode);
-// lseek and write on an image's descriptor, bounded by the image's size;
-// read as the image has it. Both fault-injectable ("read./dev/sda").
+// lseek and write on an image's descriptor, bounded by the image's size.
 off_t block_image_seek(int fd, off_t off, int whence);
-ssize_t block_image_write(const char *path, int fd, const void *buf, size_t len);
-ssize_t block_image_read(const char *path, int fd, void *buf, size_t len);
+ssize_t block_image_write(int fd, const void *buf, size_t len);
 
 }  // namespace bsim

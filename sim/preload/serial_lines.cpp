@@ -93,17 +93,4 @@ int serial_line_request(const char *path, int fd, unsigned long req, const void 
     return ret;
 }
 
-bool serial_line_write_fails(const char *path, size_t len, ssize_t &rc)
-{
-    Fault f;
-    if (!fault_check(std::string("write.") + path, f))
-        return false;
-    JournalLine line("write", path);
-    line.num("len", static_cast<int64_t>(len));
-    line.finish(f.ret, f.err);
-    rc = f.ret;
-    errno = f.err;
-    return true;
-}
-
 }  // namespace bsim
