@@ -23,6 +23,10 @@ BUILD_ARM  ?= build-aarch64
 BUILD_REL  ?= build-release
 JOBS       ?= $(shell nproc)
 PYTHON     ?= /usr/bin/python3
+# The end-to-end tests run on this many workers (pytest-xdist): each box is
+# independent, and most of a test's time is the box's start.
+E2E_JOBS   ?= $(JOBS)
+PYTEST     = $(PYTHON) -m pytest -q -n $(E2E_JOBS)
 ARGS       ?=
 BENCH_ARGS ?=
 
@@ -45,28 +49,28 @@ unit: all
 
 # The consoles' output is kept, to report which of the tool's messages the run reached.
 e2e: all
-	rm -f $(BUILD)/console.log
+	rm -f $(BUILD)/console.log*
 	CLI_BUILD_DIR=$(abspath $(BUILD)) CLI_CONSOLE_LOG=$(abspath $(BUILD))/console.log \
-	    $(PYTHON) -m pytest -q tests/e2e tests/pkg
-	tools/msgcov $(BUILD)/console.log
+	    $(PYTEST) tests/e2e tests/pkg
+	tools/msgcov $(BUILD)/console.log*
 
 # The same tests, the tool being the board's binary under qemu-user; the PC
 # build still provides the box's PC side.
 e2e-aarch64: all aarch64
 	CLI_BUILD_DIR=$(abspath $(BUILD)) CLI_TOOL_BUILD_DIR=$(abspath $(BUILD_ARM)) \
-	    $(PYTHON) -m pytest -q tests/e2e tests/pkg
+	    $(PYTEST) tests/e2e tests/pkg
 
 sanitize:
 	@test -f $(BUILD_SAN)/CMakeCache.txt || cmake -S . -B $(BUILD_SAN) -DCMAKE_BUILD_TYPE=Debug -DCLI_SANITIZE=ON
 	cmake --build $(BUILD_SAN) -j $(JOBS)
 	cd $(BUILD_SAN) && ASAN_OPTIONS=detect_leaks=1 ctest --output-on-failure -j $(JOBS)
-	CLI_BUILD_DIR=$(abspath $(BUILD_SAN)) $(PYTHON) -m pytest -q tests/e2e
+	CLI_BUILD_DIR=$(abspath $(BUILD_SAN)) $(PYTEST) tests/e2e
 
 tsan:
 	@test -f $(BUILD_TSAN)/CMakeCache.txt || cmake -S . -B $(BUILD_TSAN) -DCMAKE_BUILD_TYPE=Debug -DCLI_TSAN=ON
 	cmake --build $(BUILD_TSAN) -j $(JOBS)
 	cd $(BUILD_TSAN) && ctest --output-on-failure -j $(JOBS)
-	CLI_BUILD_DIR=$(abspath $(BUILD_TSAN)) $(PYTHON) -m pytest -q tests/e2e/test_led.py tests/e2e/test_serial.py
+	CLI_BUILD_DIR=$(abspath $(BUILD_TSAN)) $(PYTEST) tests/e2e/test_led.py tests/e2e/test_serial.py
 
 # clang's libFuzzer, with ASan and UBSan.
 fuzz:
@@ -82,7 +86,7 @@ coverage: deps
 	cmake --build $(BUILD_COV) -j $(JOBS)
 	find $(BUILD_COV) -name '*.gcda' -delete
 	cd $(BUILD_COV) && ctest -j $(JOBS) >/dev/null
-	-BOX_BUILD_RW=1 CLI_BUILD_DIR=$(abspath $(BUILD_COV)) $(PYTHON) -m pytest -q tests/e2e
+	-BOX_BUILD_RW=1 CLI_BUILD_DIR=$(abspath $(BUILD_COV)) $(PYTEST) tests/e2e
 	$(LCOV) --capture --directory $(BUILD_COV) --output-file $(BUILD_COV)/all.info
 	$(LCOV) --extract $(BUILD_COV)/all.info '$(abspath src)/*' --output-file $(BUILD_COV)/src.info
 	genhtml --quiet --branch-coverage $(BUILD_COV)/src.info --output-directory $(BUILD_COV)/html

@@ -52,9 +52,13 @@ def tool_build_dir():
 
 def console_log(child):
     """With CLI_CONSOLE_LOG set, everything the child shows is appended to
-    that file (tools/msgcov reads it to see which messages a run reached)."""
+    that file (tools/msgcov reads it to see which messages a run reached).
+    Each of pytest-xdist's workers keeps a file of its own (LOG.gw0, ...):
+    two consoles' output in one file could split a message."""
     path = os.environ.get('CLI_CONSOLE_LOG')
     if path:
+        worker = os.environ.get('PYTEST_XDIST_WORKER')
+        path = f'{path}.{worker}' if worker else path
         child.logfile_read = open(path, 'ab')  # closed with the child
 
 
