@@ -90,7 +90,7 @@ coverage: deps
 	$(LCOV) --capture --directory $(BUILD_COV) --output-file $(BUILD_COV)/all.info
 	$(LCOV) --extract $(BUILD_COV)/all.info '$(abspath src)/*' --output-file $(BUILD_COV)/src.info
 	genhtml --quiet --branch-coverage $(BUILD_COV)/src.info --output-directory $(BUILD_COV)/html
-	$(LCOV) --summary $(BUILD_COV)/src.info
+	lcov --rc lcov_branch_coverage=1 --summary $(BUILD_COV)/src.info
 	@echo "report: $(BUILD_COV)/html/index.html"
 
 aarch64:
