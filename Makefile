@@ -79,7 +79,9 @@ fuzz:
 	cmake --build $(BUILD_FUZZ) -j $(JOBS) --target fuzz_engine fuzz_console boardsim_preload
 	tests/fuzz/run $(BUILD_FUZZ) $(FUZZ_SECONDS) $(FUZZ_TARGETS)
 
-LCOV = lcov --quiet --rc lcov_branch_coverage=1
+# --quiet would also silence the summary, so that one call goes without it.
+LCOV_BRANCHES = lcov --rc lcov_branch_coverage=1
+LCOV = $(LCOV_BRANCHES) --quiet
 # A failing test still leaves its counters: the report is made either way.
 coverage: deps
 	@test -f $(BUILD_COV)/CMakeCache.txt || cmake -S . -B $(BUILD_COV) -DCMAKE_BUILD_TYPE=Debug -DCLI_COVERAGE=ON
@@ -90,7 +92,7 @@ coverage: deps
 	$(LCOV) --capture --directory $(BUILD_COV) --output-file $(BUILD_COV)/all.info
 	$(LCOV) --extract $(BUILD_COV)/all.info '$(abspath src)/*' --output-file $(BUILD_COV)/src.info
 	genhtml --quiet --branch-coverage $(BUILD_COV)/src.info --output-directory $(BUILD_COV)/html
-	lcov --rc lcov_branch_coverage=1 --summary $(BUILD_COV)/src.info
+	$(LCOV_BRANCHES) --summary $(BUILD_COV)/src.info
 	@echo "report: $(BUILD_COV)/html/index.html"
 
 aarch64:
