@@ -2,8 +2,15 @@
 //
 // Command:
 //   test ethernet PORT loopback ext fiber SPEED LENGTH COUNT CONTENT
-// reports each selected SFP port ok; it sends nothing and never fails (a
-// port beyond the fiber count is reported, then passed as well).
+// reports each selected SFP port ok; it sends nothing (a port beyond the
+// fiber count is reported, then passed as well).
+// Pass: always. Fail: never.
+//
+// Values:
+//   <speed value>  10, 100 or 1000
+//   <pkt_len>      64~1500, bytes
+//   <pkt_num>      1~255
+//   <pkt_type>     0~258 (as CONTENT below)
 //
 // Built for harnesses, reached by no rule:
 // - EQU_EthLoopBackTest: COUNT frames of 1504 bytes (an ARP request to
