@@ -20,7 +20,7 @@
 //   <baudrate>     9600 or 115200
 //   <pkt_len>      1~255, bytes
 //   <pkt_num>      1~255
-//   <pkt_type>     0~258 (as above)
+//   <pkt_type>     0~258: 0..255 that byte, 256 rising, 257 falling, 258 random
 //   <port num>     0~1, the RS-485 port; it sends in a loopback (the command checks it)
 //   <tx port num>  0, the RS-232 port (the command checks it)
 //   <rx port num>  0~1, the RS-485 port that receives, not the sender (the command checks it)

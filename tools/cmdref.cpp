@@ -37,14 +37,24 @@ namespace {
 namespace fs = std::filesystem;
 
 #define CMDREF_NAMES(...) #__VA_ARGS__
-#define CMDREF_STR(...) CMDREF_NAMES(__VA_ARGS__)
+#define CMDREF_STR(...)   CMDREF_NAMES(__VA_ARGS__)
 
 const EQU_CMD_REG_PF kTable[] = {EQU_CMD_TBL_K5T2B01};
 
+const char *const kHowToRead =
+    "A word may be shortened while it stays unambiguous. Each unit lists its commands, then "
+    "every word with what `?` lists for it and its help text: where they differ (`?` lists "
+    "`RS232` for the word `232`), type the word of the first column. `[...]` may be left out. "
+    "`<name: values>` is a parameter: the name `?` lists, and the values its module states it "
+    "takes. Where the tool checks a value as it is typed, a range `LO~HI` among them was tried "
+    "against that check when this file was made; \"any number\" or \"any word\" means that "
+    "nothing checks it at the prompt. Every command ends with `test result:pass` or `test "
+    "result:fail`; each unit says what they mean.";
+
 struct Module {
-    std::string name;   // EQU_Cmd_Serial
-    std::string title;  // first line of the header comment
-    std::string pass;   // the "Pass:" paragraph, one line
+    std::string name;                           // EQU_Cmd_Serial
+    std::string title;                          // first line of the header comment
+    std::string pass;                           // the "Pass:" paragraph, one line
     std::map<std::string, std::string> values;  // placeholder -> accepted values
 };
 
@@ -122,7 +132,8 @@ Module parse_module(const fs::path &src, const std::string &name)
             }
         }
         if (mod.pass.empty() || mod.pass.find(" Fail: ") == std::string::npos) {
-            die(entry.path().string() + ": the header comment has no \"Pass: ... Fail: ...\" paragraph");
+            die(entry.path().string() +
+                ": the header comment has no \"Pass: ... Fail: ...\" paragraph");
         }
         return mod;
     }
@@ -197,7 +208,8 @@ std::vector<const CLI_CMD_NODE_S *> level(const CLI_CMD_NODE_S *first)
 
 // Every command in the subtree of n, each beginning with n's word. A command
 // that one longer command extends is folded into it as an optional tail.
-std::vector<Line> expand(const CLI_CMD_NODE_S *n, const std::map<const CLI_CMD_NODE_S *, int> &owner,
+std::vector<Line> expand(const CLI_CMD_NODE_S *n,
+                         const std::map<const CLI_CMD_NODE_S *, int> &owner,
                          const std::vector<Module> &mods)
 {
     std::string word = is_param(n) ? placeholder(mods[owner.at(n)], n) : std::string(n->szKey);
@@ -274,11 +286,75 @@ void write_unit(std::ostream &out, const Module &mod, const std::vector<Line> &l
         for (const CLI_CMD_NODE_S *n : line.nodes) {
             const EQU_KEY_HELP_INFO_S &h = help_of(n);
             std::string word = is_param(n) ? "<" + cell(h.pcKey) + ">" : std::string(n->szKey);
-            std::string row = "| `" + word + "` | " + cell(h.pcKey) + " | " + cell(h.pcHelpEn) + " |";
+            std::string row =
+                "| `" + word + "` | " + cell(h.pcKey) + " | " + cell(h.pcHelpEn) + " |";
             if (std::find(rows.begin(), rows.end(), row) == rows.end()) {
                 rows.push_back(row);
                 out << row << "\n";
             }
+        }
+    }
+}
+
+// The tree as the default board's registration functions build it, each node
+// with the module that made it and each command's end with the module that
+// installed it.
+struct Registry {
+    std::vector<Module> mods;
+    std::map<const CLI_CMD_NODE_S *, int> owner;
+    std::map<const CLI_CMD_NODE_S *, int> handler;
+};
+
+Registry register_board(const fs::path &src)
+{
+    std::vector<std::string> names = table_names();
+    Registry reg;
+    for (uint32_t i = 0; i < gpstEquBoardDesc->u32CmdNum; i++) {
+        EQU_CMD_REG_PF fn = gpstEquBoardDesc->pfnCmdTbl[i];
+        auto it = std::find(std::begin(kTable), std::end(kTable), fn);
+        if (it == std::end(kTable)) {
+            die("the board's command table holds a function outside EQU_CMD_TBL_K5T2B01");
+        }
+        reg.mods.push_back(parse_module(src, names[it - std::begin(kTable)]));
+        fn();
+        int idx = static_cast<int>(i);
+        walk(gpstCmdTempletRoot, [&](const CLI_CMD_NODE_S *n) {
+            reg.owner.emplace(n, idx);
+            if (n->pfHandler != nullptr) {
+                reg.handler.emplace(n, idx);
+            }
+        });
+    }
+    return reg;
+}
+
+void write_reference(std::ostream &out, const Registry &reg, uint32_t u32Id)
+{
+    std::vector<std::vector<Line>> by_mod(reg.mods.size());
+    size_t lines = 0;
+    for (const CLI_CMD_NODE_S *top : level(gpstCmdTempletRoot)) {
+        for (Line &line : expand(top, reg.owner, reg.mods)) {
+            auto end = std::find_if(line.nodes.begin(), line.nodes.end(),
+                                    [&](const CLI_CMD_NODE_S *n) { return reg.handler.count(n); });
+            by_mod[reg.handler.at(*end)].push_back(std::move(line));
+            lines++;
+        }
+    }
+    const char *model = gpstEquBoardDesc->pcModel;
+    out << "# Command reference\n\nEvery command that `cli` accepts on the " << model << " board 0x"
+        << std::hex << u32Id << std::dec << ": " << reg.handler.size() << " commands in " << lines
+        << " lines. `make docs` writes this file from the command "
+        << "tree the tool builds; do not edit it by hand.\n\nThe commands are typed at the `["
+        << model << "-equipment]` prompt (type `en_equipment` first). " << kHowToRead
+        << "\n\n## Contents\n\n";
+    for (size_t i = 0; i < reg.mods.size(); i++) {
+        if (!by_mod[i].empty()) {
+            out << "- [" << reg.mods[i].title << "](#" << anchor(reg.mods[i].title) << ")\n";
+        }
+    }
+    for (size_t i = 0; i < reg.mods.size(); i++) {
+        if (!by_mod[i].empty()) {
+            write_unit(out, reg.mods[i], by_mod[i]);
         }
     }
 }
@@ -297,72 +373,8 @@ int main(int argc, char *argv[])
         gpstEquBoardDesc->u32BoardId != u32Id) {
         die("no board record for the default board");
     }
-
-    // Each registration function in the board's order; what it adds is its.
-    std::vector<std::string> names = table_names();
-    std::vector<Module> mods;
-    std::map<const CLI_CMD_NODE_S *, int> owner;    // node -> module that made it
-    std::map<const CLI_CMD_NODE_S *, int> handler;  // node -> module that ends a command there
-    for (uint32_t i = 0; i < gpstEquBoardDesc->u32CmdNum; i++) {
-        EQU_CMD_REG_PF fn = gpstEquBoardDesc->pfnCmdTbl[i];
-        size_t k = 0;
-        while (k < names.size() && kTable[k] != fn) {
-            k++;
-        }
-        if (k == names.size()) {
-            die("the board's command table holds a function outside EQU_CMD_TBL_K5T2B01");
-        }
-        mods.push_back(parse_module(src, names[k]));
-        fn();
-        int idx = static_cast<int>(mods.size()) - 1;
-        walk(gpstCmdTempletRoot, [&](const CLI_CMD_NODE_S *n) {
-            owner.emplace(n, idx);
-            if (n->pfHandler != nullptr) {
-                handler.emplace(n, idx);
-            }
-        });
-    }
-
-    std::vector<std::vector<Line>> by_mod(mods.size());
-    size_t count = 0;
-    for (const CLI_CMD_NODE_S *top : level(gpstCmdTempletRoot)) {
-        for (Line &line : expand(top, owner, mods)) {
-            for (const CLI_CMD_NODE_S *n : line.nodes) {
-                if (handler.count(n) != 0) {
-                    by_mod[handler.at(n)].push_back(std::move(line));
-                    break;
-                }
-            }
-            count++;
-        }
-    }
-
+    Registry reg = register_board(src);
     std::ofstream out(argv[2]);
-    out << "# Command reference\n\n"
-        << "Every command that `cli` accepts on the " << gpstEquBoardDesc->pcModel << " board 0x"
-        << std::hex << u32Id << std::dec << " (" << count << " command lines), "
-        << "written by `make docs` from the command tree the tool builds; do not edit it by hand.\n\n"
-        << "The commands are typed at the `[" << gpstEquBoardDesc->pcModel
-        << "-equipment]` prompt (type `en_equipment` first). A word may be shortened while it "
-           "stays unambiguous. Where the word to type differs from what `?` lists (`?` lists "
-           "`RS232` for the word `232`), type the word of the first column. `<name: values>` is "
-           "a parameter: the name `?` lists and the values the tool accepts there, as its module "
-           "states them (where the tool checks a value as it is typed, a range `LO~HI` is tried "
-           "against that check when this file is made; \"any number\" or \"any word\" where "
-           "nothing checks it at the prompt). "
-           "`[...]` may be left out. Each unit lists its commands, then every word "
-           "with what `?` lists for it and its help text. Every command ends with `test result:pass` or `test "
-           "result:fail`; each unit says what they mean.\n\n## Contents\n\n";
-    for (size_t i = 0; i < mods.size(); i++) {
-        if (!by_mod[i].empty()) {
-            out << "- [" << mods[i].title << "](#" << anchor(mods[i].title) << ")\n";
-        }
-    }
-    for (size_t i = 0; i < mods.size(); i++) {
-        if (by_mod[i].empty()) {
-            continue;
-        }
-        write_unit(out, mods[i], by_mod[i]);
-    }
+    write_reference(out, reg, u32Id);
     return out ? 0 : 1;
 }
