@@ -1,5 +1,8 @@
 # make          build the tool, the simulator, the tests and the benchmark
-# make sim      build and run the tool on the simulated board (ARGS="-d" passes options to cli)
+# make sim      build and run the tool on the simulated board (ARGS="-d" passes options to cli;
+#               STATE=DIR keeps the board's state there, default build/sim-state;
+#               SCENARIO="NAME ..." applies presets of sim/scenarios/)
+# make docs     write docs/commands.md, the command reference, from the tool's command tree
 # make check    install what is missing, build, run every test (also under ASan/UBSan, the
 #               threads under TSan, short fuzz runs, and the end-to-end tests again against
 #               the aarch64 build under qemu-user)
@@ -28,11 +31,13 @@ PYTHON     ?= /usr/bin/python3
 E2E_JOBS   ?= $(JOBS)
 PYTEST     = $(PYTHON) -m pytest -q -n $(E2E_JOBS)
 ARGS       ?=
+STATE      ?= $(BUILD)/sim-state
+SCENARIO   ?=
 BENCH_ARGS ?=
 
 DESTDIR    ?=
 
-.PHONY: all deps sim check unit e2e e2e-aarch64 sanitize tsan fuzz coverage aarch64 install bench format clean
+.PHONY: all deps sim docs docs-check cmdref check unit e2e e2e-aarch64 sanitize tsan fuzz coverage aarch64 install bench format clean
 
 all:
 	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -41,8 +46,25 @@ all:
 deps:
 	@tools/install-deps
 
+# The board's state is kept between runs (boardsim fills a new directory
+# from the defaults); saying where lets the operator inspect and reuse it.
 sim: deps all
-	sim/boardsim -- $(ARGS)
+	@mkdir -p $(STATE) && echo "make sim: board state in $(abspath $(STATE)) (kept)" >&2
+	sim/boardsim --state $(STATE) $(foreach s,$(SCENARIO),--scenario $(s)) -- $(ARGS)
+
+# The command reference comes from the command tree the tool builds; the check
+# fails when the checked-in copy is not what the tree makes now.
+docs: cmdref
+	$(BUILD)/cmdref . docs/commands.md
+
+docs-check: cmdref
+	$(BUILD)/cmdref . $(BUILD)/commands.md
+	@diff -u docs/commands.md $(BUILD)/commands.md || \
+	    { echo "docs/commands.md is stale: run make docs" >&2; exit 1; }
+
+cmdref:
+	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	cmake --build $(BUILD) -j $(JOBS) --target cmdref
 
 unit: all
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
@@ -106,6 +128,7 @@ install: aarch64
 	DESTDIR=$(DESTDIR) cmake --install $(BUILD_ARM) --strip
 
 check: deps
+	$(MAKE) docs-check
 	$(MAKE) unit
 	$(MAKE) e2e
 	$(MAKE) sanitize

@@ -3,8 +3,13 @@
 // Commands:
 //   test alarm get input N|all         N below the board's input count
 //   test alarm set output WORD N|all   N below the board's output count
-// Pass: every request reached the driver library. The handlers return the
-// number of failed requests, so any failure fails the command.
+// Pass: every request reached the driver library. Fail: a request failed
+// (the handlers return the number of failed requests).
+//
+// Values:
+//   <input port num>   0~1 or all (the board's alarm inputs)
+//   <output port num>  0~1 or all (the board's alarm outputs)
+//   <on/off>           any word: "on" switches on, any other word off
 //
 // Touches: DRV_PerpCtl 0x1618 (input number in, level out: non-zero is
 // "close") and 0x1619 (output number, state 1 on / 0 off).

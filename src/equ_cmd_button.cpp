@@ -5,7 +5,9 @@
 //   test powerkey button [secs]   installed when the board has a power key
 // Pass: the key was seen pressed. Fail: the node did not open, a request
 // failed, or (power key) the key was not pressed within secs (default 15).
-// "secs" is 1~255; the reset key accepts it and ignores it.
+//
+// Values:
+//   <time>  1~255, seconds; the reset key accepts it and ignores it
 //
 // Touches: /dev/hal_gpio request 0x40636 with the plain value 15 (the driver
 // waits for or reports the reset key); /dev/hal_rmc request 0x4010D with a

@@ -1,11 +1,16 @@
-// Key-chip check, and the chip access library of include/equ_chip.h.
+// Key-chip check: do the board's chips answer; with the chip access library
+// of include/equ_chip.h.
 //
 // Commands:
 //   test chipcheck mainboard|netboard
 // Walks the board's chip list and runs each instance's test routine,
 // printing one "ok" or "error" line per instance ("LM75_B" for the second
 // instance of an entry with several). "mainboard" tests every instance,
-// "netboard" only those on the net board. Pass: every tested chip answered.
+// "netboard" only those on the net board.
+// Pass: every tested chip answered. Fail: a chip's line says "error".
+//
+// Values:
+//   <board type string>  mainboard or netboard
 //
 // Touches, per chip:
 //   ATGM336H  /dev/ttyS9: TCFLSH 0x540B (argument 0), then one read of up to

@@ -7,9 +7,10 @@
 // file and the mmc directory are kept), reformats eMMC partitions p11 and
 // p12, resets the run-time record, stops the recorder's database and main
 // service, empties and unmounts /var/fs_disk, reformats md48..md51 and wipes
-// the start, the 20 GiB mark and the end of every present disk. Pass unless
-// the confirmed wipe or the run-time reset failed; any other answer changes
-// nothing and passes.
+// the start, the 20 GiB mark and the end of every present disk. Any other
+// answer changes nothing.
+// Pass: the board was wiped, or the operator did not confirm. Fail: the
+// confirmed wipe or the run-time reset failed.
 //
 // Touches: system() for the runtime wipe and the process stop; EQU_System
 // (each step reported) for the data partitions; DRV_DevSupportHdPart(50);

@@ -6,6 +6,9 @@
 // "HDMI Manufacturer Name: DEL". Fail: the listing could not be made or
 // opened, or the id is not three letters (no monitor: an empty EDID).
 //
+// Values:
+//   <port>  0~1 (a word that is not a number reads as 0)
+//
 // Touches: "modetest" (makes the display driver probe its outputs; its
 // result does not matter); "hexdump /sys/class/drm/card0/card0-HDMI-A-N/edid"
 // into /tmp/edid_info, of which the fifth 16-bit word of the first line

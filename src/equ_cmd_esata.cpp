@@ -4,7 +4,11 @@
 // Commands:
 //   test esata sector [TIMES]   sectors 1..TIMES (1..255, default 1)
 //   test esata status
-// Pass: every sector read back the pattern; a disk is attached.
+// Pass: every sector read back the pattern; a disk is attached. Fail: no
+// disk on the port, it did not open, or a sector read back something else.
+//
+// Values:
+//   <times>  any number; the command takes 1~255 (default 1)
 //
 // Touches: "cat /proc/disk/global | grep -i esata > /tmp/esata_name" (the
 // line's second ":" field is a blank and the device name, "NUL" for none;

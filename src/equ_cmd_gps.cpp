@@ -6,7 +6,12 @@
 //   test nvrgps get gpstime
 // Pass: the driver took the rate; the GSV sentences of one read name at least
 // one satellite in view (up to 5 reads); a ZDA sentence carried a complete
-// date and time (up to 20 reads). The time is the receiver's UTC.
+// date and time (up to 20 reads). The time is the receiver's UTC. Fail: the
+// driver refused the rate, or the reads ran out first.
+//
+// Values:
+//   <band rate value>  digits, for the driver library (9600 or 115200)
+//   <portnum>          0 (a negative number reads as 0 too)
 //
 // Touches: DRV_GPS_SetBaudRate; /dev/ttyS9, opened O_RDWR (blocking), input
 // flushed with ioctl 0x540B (TCFLSH, argument 0) before each read of up to

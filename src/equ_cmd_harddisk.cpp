@@ -8,7 +8,16 @@
 //   test hdd all present               slots 0..3
 //   test hdd DEU SLOT capacity         in GiB
 // Pass: every selected slot's sectors read back the pattern and were
-// restored; the slot holds a disk; the capacity was read.
+// restored; the slot holds a disk; the capacity was read. Fail: a disk is
+// missing or did not open, a sector read back something else, or the
+// capacity could not be read.
+//
+// Values:
+//   <harddisk deu>   any number (0: the board's own disks)
+//   <harddisk slot>  0~3
+//   <harddisk slot for read/write test>  all
+//   <num>            1~2147483647, sectors
+//   <hdd read/write>  read or write (the test is the same)
 //
 // Touches: /proc/disk/disk_name (word s names slot s's disk, "sd..." when
 // present); /dev/sdX opened read-write; /dev/harddisk 0x40500 (72 presence

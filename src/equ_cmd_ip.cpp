@@ -8,6 +8,12 @@
 // PORT 0 is eth1 and any other value eth0 (taken modulo 256); without a port
 // "set" uses eth1 and "get" walks every interface. Reports print eth0 as
 // port 1 and every other interface as port 0.
+// Pass: the address was stored, or set or read by ifconfig. Fail: "get
+// serverip" while none is set; the shell could not be started.
+//
+// Values:
+//   <IPv4-address>  a dotted address of four segments, 7 to 15 characters
+//   <port num>      any number: 0 is eth1, any other eth0
 //
 // Touches: the shell (ifconfig, rm), /tmp/ifconfig_value.
 //

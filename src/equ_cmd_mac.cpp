@@ -7,6 +7,9 @@
 // Pass: every interface took (or reported) its address. Fail: a socket,
 // request, shell or nvram failure; the command stops at that interface.
 //
+// Values:
+//   <macaddr>  xx:xx:xx:xx:xx:xx in hex, neither all zeros nor all ones
+//
 // Touches: SIOCSIFHWADDR on a socket(AF_UNIX, SOCK_STREAM) for eth0..eth<n-1>
 // (n = ucEthNum); nvram keys "ethaddr" (eth0) and "eth<i>addr"; the shell's
 // "ifconfig eth<i>" (old format: "HWaddr " on the first line).

@@ -4,7 +4,12 @@
 //   test ethernet PORT link copper    PORT a copper port or "all"
 //   test ethernet PORT link fiber     PORT a fiber port or "all"
 // Each port is reported ok or error; the status is the number of ports in
-// error (0: pass). A driver failure ends the command at once.
+// error. A driver failure ends the command at once.
+// Pass: every port asked for has its link up. Fail: a port's link stayed
+// down, or a driver request failed.
+//
+// Values:
+//   <port num>  0~19 or all (the board's copper ports)
 //
 // Touches: DRV_PerpCtl 0x1605 (byte 0 = 0, byte 1 = the copper port; byte 2
 // the state, 1 = up), up to five queries a second apart per port.

@@ -2,8 +2,15 @@
 //
 // Command:
 //   test ethernet PORT loopback ext fiber SPEED LENGTH COUNT CONTENT
-// reports each selected SFP port ok; it sends nothing and never fails (a
-// port beyond the fiber count is reported, then passed as well).
+// reports each selected SFP port ok; it sends nothing (a port beyond the
+// fiber count is reported, then passed as well).
+// Pass: always. Fail: never.
+//
+// Values:
+//   <speed value>  10, 100 or 1000
+//   <pkt_len>      64~1500, bytes
+//   <pkt_num>      1~255
+//   <pkt_type>     0~258: 0..254 that byte, 255 0xFF, 256 rising, 257 falling, 258 random
 //
 // Built for harnesses, reached by no rule:
 // - EQU_EthLoopBackTest: COUNT frames of 1504 bytes (an ARP request to
@@ -13,7 +20,7 @@
 // - EQU_CmdProc_IntLoopCopper: the Ethernet driver's internal PHY loopback
 //   per copper port, through SIOCDEVPRIVATE on eth<port>.
 // - EQU_SetEthModeParams: DRV_PerpCtl 0x1600 with {0, min(port, 2), 7 or 9}.
-// CONTENT: 0..254 that byte, 255 0xFF, 256 rising, 257 falling, 258 random.
+// CONTENT: as <pkt_type> above.
 //
 // Kept on purpose:
 // - The frame's sender protocol address holds the first four characters of

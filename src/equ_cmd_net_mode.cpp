@@ -5,6 +5,13 @@
 //   get ethernet PORT status
 // Mode code = speed index (auto 0, 10 1, 100 2, 1000 3) x 3 + duplex index
 // (auto 0, full 1, half 2). The status is the number of ports in error.
+// Pass: the driver took (or reported) the mode of every port asked for.
+// Fail: a request failed, a mode word is unknown, or 1000 half was asked.
+//
+// Values:
+//   <port num>      0~19 or all (the board's copper ports)
+//   <speed value>   10, 100, 1000 or auto
+//   <duplex value>  half, full or auto
 //
 // Touches: DRV_PerpCtl 0x1600 with {1, group, mode, 2} to set and 0x1601
 // with {0, group, -, 2} to read (mode in byte 2); group 1 for ports 0-2, 2

@@ -8,6 +8,9 @@
 // device is missing (no output) or shows no link status (a link that is
 // down reads as all ones, with no capabilities).
 //
+// Values:
+//   <slot>  a number below 4 (-1 too), or all; every number asks for channel 0
+//
 // Touches: "lspci -vv -s 0000:0N:00.0" (channel N-1) through a pipe; the
 // slot-status handler, which no rule installs, reads the link status word
 // from /sys/bus/pci/devices/.../config itself.

@@ -6,6 +6,9 @@
 // (the operator reads the three lines). Fail: an index other than 1 or 2,
 // or the request failed.
 //
+// Values:
+//   <index>  1 or 2 (the command refuses others)
+//
 // Touches: DRV_PerpCtl 0x1629 (supply index in; present flag, work status
 // and fan status out, each non-zero for present / normal).
 //

@@ -7,6 +7,7 @@
 //   test ram bus | test ram unit        per chip from mem_result
 //   test ram capacity                   mem_size in MB
 // Pass: the variables were read or written; bus/unit: no chip failed.
+// Fail: an nvram access failed, or a chip failed the boot loader's test.
 //
 // Touches: nvram variables memtest, mem_result (hex, bit i = chip i + 1
 // failed) and mem_size (hex bytes); the board's ucDdrNum.

@@ -6,8 +6,13 @@
 //   test rtc setzone ZONE                  driver's zone and "factory_timezone"
 //   test rtc getzone                       driver's zone beside the typed one
 //   test rtc battery                       always passes, prints nothing
-// Pass: every step below worked. Fail: a node did not open, a request, a
+// Pass: every step of the command worked. Fail: a node did not open, a request, a
 // driver call or an nvram access failed, or the year lies outside 1980-2037.
+//
+// Values:
+//   <time>       hh:mm:ss, 00:00:00 to 23:59:59
+//   <day>        yyyy-mm-dd, years 2000 to 2037
+//   <time zone>  a zone name such as GMT+8 (hours east positive)
 //
 // Touches: /dev/rtc, else /dev/rtc0, else /dev/misc/rtc (RTC_SET_TIME
 // 0x4024700A, RTC_RD_TIME 0x80247009); nvram "rtcdate", "rtctime",

@@ -7,6 +7,7 @@
 //   runtime _device work-time record          switch recording on
 //   runtime undo _device work-time record     switch recording off
 // Pass: the requests succeeded (reset: and the record reads back all zero).
+// Fail: a node did not open or a request failed.
 //
 // Touches: /dev/hal_runtime, one open per request: 0x30209/0x3020A first-use
 // date {year - 2000, month, day}, 0x3020B/0x3020C run time {days, hours},

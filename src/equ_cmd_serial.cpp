@@ -12,6 +12,18 @@
 // RS-485 slave. A loopback sends pkt_num packets (FF FF FF FF, length, count,
 // payload) and passes when every one comes back unchanged within 5 s.
 // pkt_type: 0..255 that byte, 256 rising, 257 falling, 258 pseudo-random.
+// Pass: the rate was taken; every packet came back unchanged. Fail: a port
+// number is out of range, a port did not open or set up, or a packet was
+// lost or changed.
+//
+// Values:
+//   <baudrate>     9600 or 115200
+//   <pkt_len>      1~255, bytes
+//   <pkt_num>      1~255
+//   <pkt_type>     0~258: 0..255 that byte, 256 rising, 257 falling, 258 random
+//   <port num>     0~1, the RS-485 port; it sends in a loopback (the command checks it)
+//   <tx port num>  0, the RS-232 port (the command checks it)
+//   <rx port num>  0~1, the RS-485 port that receives, not the sender (the command checks it)
 //
 // Touches: /dev/ttyS%d (RS-232 port 0 is ttyS0, RS-485/422 ports through the
 // board's maps), opened O_RDWR|O_NOCTTY|O_NONBLOCK and set raw, 8N1, CLOCAL,

@@ -8,6 +8,12 @@
 // the heater lines were set. Fail: the driver library could not read the
 // sensor, the reading is outside the limits, a GPIO request failed.
 //
+// Values:
+//   <temp_low>     -100~100, degrees Celsius
+//   <temp_high>    -100~100, degrees Celsius
+//   <heat_slot>    0~1 or all
+//   <heat_switch>  on or off
+//
 // Touches: DRV_PerpCtl 0x160E (main board) and 0x163C (net board), each
 // filling a signed 64-bit reading; /dev/hal_gpio set-mode 0x4061F (mode 1,
 // output) then set-value 0x40610 on group 0, bit 21 (heater 0) or bit 22

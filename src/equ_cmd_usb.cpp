@@ -6,6 +6,11 @@
 //   test usb status PORT
 // Pass: both ports hold a stick (the verdict lines always name ports 0 and 1)
 // and, for access, every port's stick mounted and its test file read back.
+// Fail: a port is empty, the request failed, or a stick did not mount or
+// read back its file.
+//
+// Values:
+//   <port num>  0~1 or all (the board's USB ports; checked, not used)
 //
 // Touches: /dev/harddisk 0x40504 (128-byte record per port: device name at
 // 0, -1 at 20 for no stick, a field at 36 that differs between the ports);

@@ -6,6 +6,9 @@
 // read. Fail: any of them could not be (each prints its own "error" line and
 // the report goes on to the next item).
 //
+// Values:
+//   <board type string>  mainboard
+//
 // Touches: /dev/hal_gpio, group 4 bits 7-10 (board id straps) and 12-13 (PCB
 // revision straps), set to input and read; the shell's
 // "update -v | grep -i Current > /tmp/CurrenVer" and the "New" line likewise.

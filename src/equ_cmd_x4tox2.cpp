@@ -7,6 +7,9 @@
 // changed). Fail: the wrong package for the direction, the transfer failed
 // (no server address, no such file on the server) or the tool failed.
 //
+// Values:
+//   <filename>  2X2.tar.bz2 or 1X4.tar.bz2 (the command refuses the wrong one)
+//
 // Touches: TFTP from acEquServerip into /tmp/<package>; the board's lane
 // tool "x4tox2 -p /tmp/<package>", which reads the direction from the
 // package (both commands run the same tool).

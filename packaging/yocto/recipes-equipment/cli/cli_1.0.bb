@@ -2,11 +2,12 @@ SUMMARY = "Factory hardware-test shell of the PLM7140 NVR mainboard"
 DESCRIPTION = "The equipment test commands on the serial console of the board."
 LICENSE = "CLOSED"
 
-# Where the sources come from: set in local.conf or a bbappend
-# (a git URL with ;branch=..., or file:// of a checkout).
-CLI_SRC_URI ??= "git://git.invalid/cli.git;protocol=https;branch=main"
-SRC_URI = "${CLI_SRC_URI}"
-SRCREV ?= "${AUTOREV}"
+# The layer says where the repository is (layer.conf, a bbappend or
+# local.conf), e.g. CLI_GIT_URL = "git://git.example.com/cli.git;protocol=ssh".
+SRC_URI = "${CLI_GIT_URL};branch=main"
+# The released commit of main that is built, so that a build is reproducible.
+# To move it: git rev-parse of the new release commit on main, pasted here.
+SRCREV = "1078b30cdc387a020b591ff95b7a0483cd1e1035"
 PV = "1.0+git${SRCPV}"
 S = "${WORKDIR}/git"
 
