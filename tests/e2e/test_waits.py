@@ -68,4 +68,4 @@ def test_a_long_packet_needs_the_whole_wait(box_factory, fast):
     board.write('serial/ttyS0', f'loopback rate={int(2600 / wait * slow)}')
     frame = board.command('test rs 232 loopback 255 1 0 0', timeout=30)
     got = re.fullmatch(rb'error: recieve No\.0 packet failed, txlen = 261 rxlen = (\d+)', frame.body)
-    assert got and 200 < int(got.group(1)) < 261, frame.body
+    assert got and int(got.group(1)) < 261, frame.body
