@@ -19,7 +19,7 @@ waited that long for nothing with no bytes, as a UART left in timed mode.
 
 Bytes reach the board as a UART delivers them: one every 10 bits at the
 sending end's speed, on the box's clock (its clock file's xN speeds the
-wire up with it). The GPS receiver's sentences arrive whole, as before.
+wire up with it). The GPS receiver's sentences arrive whole.
 Everything the board sends on a line is appended to capture/ttyS<n> of the
 state, so a test reads what crossed the wire.
 
