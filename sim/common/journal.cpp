@@ -61,7 +61,7 @@ JournalLine::JournalLine(const char *kind, const std::string &name)
     // When the call was made, on the box's clock (libfaketime answers this
     // call in the box): a test measures the tool's pauses between calls, and
     // a blocking read that waits for data still shows when it was asked.
-    timespec now {};
+    timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     char at[40];
     std::snprintf(at, sizeof at, " at=%lld.%06ld", static_cast<long long>(now.tv_sec),

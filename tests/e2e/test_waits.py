@@ -2,7 +2,7 @@
 clock, stamped as each call began), and serial lines that deliver a packet
 no faster than their rate.
 
-These run on the real clock: on the fast one a few milliseconds of
+Both are measured on the real clock: on the fast one a few milliseconds of
 scheduling on a loaded machine are a tenth of a one-second pause."""
 import re
 
@@ -11,8 +11,9 @@ import pytest
 pytestmark = pytest.mark.needs_cli
 
 LINK = ('drv', 'DRV_PerpCtl', 0x1605)
-GPS_OPEN, GPS_FLUSH, GPS_READ = ('open', '/dev/ttyS9', None), ('ioctl', '/dev/ttyS9', 0x540b), \
-    ('read', '/dev/ttyS9', None)
+GPS_OPEN = ('open', '/dev/ttyS9', None)
+GPS_FLUSH = ('ioctl', '/dev/ttyS9', 0x540b)
+GPS_READ = ('read', '/dev/ttyS9', None)
 
 # command, state words, its pauses: (first call, its index), (second call, its index), seconds
 WAITS = [
@@ -67,5 +68,6 @@ def test_a_long_packet_needs_the_whole_wait(box_factory, fast):
     assert board.command('test rs 232 loopback 255 1 0 0', timeout=30).passed
     board.write('serial/ttyS0', f'loopback rate={int(2600 / wait * slow)}')
     frame = board.command('test rs 232 loopback 255 1 0 0', timeout=30)
-    got = re.fullmatch(rb'error: recieve No\.0 packet failed, txlen = 261 rxlen = (\d+)', frame.body)
+    got = re.fullmatch(rb'error: recieve No\.0 packet failed, txlen = 261 rxlen = (\d+)',
+                       frame.body)
     assert got and int(got.group(1)) < 261, frame.body

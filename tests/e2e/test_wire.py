@@ -78,12 +78,13 @@ def test_ethernet_test_frame_on_the_wire(box_factory):
     board.start()
     assert board.wait(60) == 0
     assert board.child.before.decode().split() == ['result=0'] * len(runs)
-    ours = [f for f in frames(board.path('capture/eth1.pcap')) if f[38:42] == bytes([10, 64, 57, 10])]
+    target = bytes([10, 64, 57, 10])
+    ours = [f for f in frames(board.path('capture/eth1.pcap')) if f[38:42] == target]
+    mac = bytes([0x02, 0x5A, 0, 0, 0, 0])
+    header = (b'\xff' * 6 + mac + b'\x08\x06' + b'\x00\x01' + b'\x08\x00' + bytes([6, 4])
+              + b'\x00\x01' + mac + b'192.' + bytes(6) + target)
     expected = []
     for length, count, code in runs:
-        mac = bytes([0x02, 0x5A, 0, 0, 0, 0])
-        header = (b'\xff' * 6 + mac + b'\x08\x06' + b'\x00\x01' + b'\x08\x00' + bytes([6, 4])
-                  + b'\x00\x01' + mac + b'192.' + bytes(6) + bytes([10, 64, 57, 10]))
         body = payload(code, min(length, 1462), draws())  # each run a fresh process
         expected += [(header + body).ljust(1504, b'\0')] * count
     assert ours == expected
