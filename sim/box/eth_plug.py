@@ -10,6 +10,9 @@ at every frame:
 
 Each frame a plug sends back (or drops) is journaled:
     plug eth1 reflect type=0x0806 len=1504 -> 0      (-1: corrupted or dropped)
+and kept as the plug received it in capture/eth<n>.pcap of the state (the
+libpcap file format: tcpdump -r reads it), so a test reads what crossed the
+wire.
 The test PC's own address stays on the port, so its kernel still answers
 what reaches it.
 
@@ -20,12 +23,26 @@ Returns once the ports are open; a child serves them until the box ends.
 import os
 import selectors
 import socket
+import struct
 import sys
+import time
 
 import daemon
 
 ETH_P_ALL = 0x0003
 PACKET_OUTGOING = 4
+LINKTYPE_ETHERNET = 1
+
+
+def capture(path, frame):
+    """Appends the frame to a libpcap file, started with its header."""
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, 'ab') as f:
+        if f.tell() == 0:
+            f.write(struct.pack('<IHHiIII', 0xA1B2C3D4, 2, 4, 0, 0, 65535, LINKTYPE_ETHERNET))
+        now = time.time()
+        f.write(struct.pack('<IIII', int(now), int(now % 1 * 1e6), len(frame), len(frame)))
+        f.write(frame)
 
 
 def plug_words(path):
@@ -61,6 +78,7 @@ class Plugs:
         mode, opts = plug_words(os.path.join(self.state, 'eth', port))
         if addr[2] == PACKET_OUTGOING or mode != 'loopback':
             return
+        capture(os.path.join(self.state, 'capture', port + '.pcap'), frame)
         spoilt = 'drop' in opts
         where = opts.get('corrupt', '')
         if where.isdigit() and int(where) < len(frame):

@@ -12,17 +12,26 @@ factory plugs into it on the far end:
 
 Words after the mode change what leaves a line, read at every transfer:
 pulled (nothing arrives), drop=N (byte N of each transfer is lost),
-corrupt=N (byte N has its low bit flipped), delay_ms=N (arrives late);
+corrupt=N (byte N has its low bit flipped), delay_ms=N (arrives late),
+rate=N (the wire carries N bits a second whatever the UARTs are set to);
 silent keeps a receiver quiet; vtime=N (tenths of a second) ends a read that
 waited that long for nothing with no bytes, as a UART left in timed mode.
+
+Bytes reach the board as a UART delivers them: one every 10 bits at the
+sending end's speed, on the box's clock (its clock file's xN speeds the
+wire up with it). The GPS receiver's sentences arrive whole.
+Everything the board sends on a line is appended to capture/ttyS<n> of the
+state, so a test reads what crossed the wire.
 
     serial_lines.py ROOT STATE   (as root, in the box's mount namespace)
 
 Returns once the lines are linked; a child serves them until the box ends.
 """
+import collections
 import fcntl
 import heapq
 import os
+import re
 import selectors
 import struct
 import sys
@@ -68,6 +77,16 @@ def speed(fd):
     return SPEEDS.get(termios.tcgetattr(fd)[2] & termios.CBAUD, 0)
 
 
+def box_speed(state):
+    """Box seconds per real second: the xN of the box's clock file."""
+    try:
+        with open(os.path.join(state, 'clock')) as f:
+            found = re.search(r'x([0-9.]+)', f.read())
+    except OSError:
+        return 1.0
+    return float(found.group(1)) if found else 1.0
+
+
 def garble(data):
     return bytes((b * 7 + 0x35) & 0xFF for b in data)
 
@@ -105,6 +124,9 @@ class Line:
         os.symlink('pts/%d' % num, link)
         self.echo = b''
         self.sent = b''
+        self.wire = collections.deque()  # (real time the first byte is due, byte time, bytes)
+        self.wire_free = 0.0             # when the last queued byte has arrived
+        self.capture = os.path.join(state, 'capture', name)
 
     def mode(self):
         return words(self.conf)
@@ -131,8 +153,9 @@ class Lines:
     def journal(self, text):
         daemon.journal(self.state, text)
 
-    def deliver(self, line, data, opts):
-        """Sends data towards the board's end of line, as the words say."""
+    def deliver(self, line, data, opts, baud=0):
+        """Sends data towards the board's end of line, as the words say, at
+        baud (0: at once)."""
         if 'pulled' in opts or not data:
             return
         drop, flip = number(opts, 'drop', -1), number(opts, 'corrupt', -1)
@@ -140,7 +163,33 @@ class Lines:
             data = data[:flip] + bytes([data[flip] ^ 1]) + data[flip + 1:]
         if 0 <= drop < len(data):
             data = data[:drop] + data[drop + 1:]
-        self.later(number(opts, 'delay_ms', 0) / 1000.0, self.put, line, data)
+        baud = number(opts, 'rate', baud)
+        byte_time = 10.0 / baud / box_speed(self.state) if baud > 0 else 0.0
+        self.later(number(opts, 'delay_ms', 0) / 1000.0, self.send, line, data, byte_time)
+
+    def send(self, line, data, byte_time):
+        """Puts data on the wire behind what is already on it."""
+        start = max(time.monotonic(), line.wire_free)
+        line.wire_free = start + len(data) * byte_time
+        line.wire.append((start, byte_time, data))
+        if len(line.wire) == 1:
+            self.pump(line)
+
+    def pump(self, line):
+        """Hands the board the bytes that have arrived by now."""
+        now = time.monotonic()
+        while line.wire:
+            start, byte_time, data = line.wire[0]
+            count = len(data) if byte_time <= 0 else min(len(data), int((now - start) / byte_time))
+            if count:
+                self.put(line, data[:count])
+            if count < len(data):
+                start += count * byte_time
+                line.wire[0] = (start, byte_time, data[count:])
+                # A millisecond at least between wake-ups: bytes come in small batches.
+                self.later(max(start + byte_time - now, 0.001), self.pump, line)
+                return
+            line.wire.popleft()
 
     def put(self, line, data):
         try:
@@ -153,14 +202,18 @@ class Lines:
             data = os.read(line.master, 4096)
         except (BlockingIOError, OSError):
             return
+        os.makedirs(os.path.dirname(line.capture), exist_ok=True)
+        with open(line.capture, 'ab') as f:
+            f.write(data)
         mode, opts = line.mode()
+        baud = speed(line.master)
         if mode == 'loopback':
-            self.deliver(line, data, opts)
+            self.deliver(line, data, opts, baud)
         elif mode == 'cable' and opts.get('cable') in self.lines:
             peer = self.lines[opts['cable']]
-            if speed(peer.master) != speed(line.master):
+            if speed(peer.master) != baud:
                 data = garble(data)
-            self.deliver(peer, data, opts)
+            self.deliver(peer, data, opts, baud)
         elif mode == 'master':
             self.master_echo(line, data)
 
@@ -189,7 +242,7 @@ class Lines:
             size = number(opts, 'len', 16) & 0xFF
             line.sent = b'\xff\xff\xff\xff' + bytes([size, 1]) + bytes(range(size))
             line.echo = b''
-            self.deliver(line, line.sent, opts)
+            self.deliver(line, line.sent, opts, speed(line.master))
         else:
             self.later(1.0, self.tick, line)
 

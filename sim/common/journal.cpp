@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 namespace bsim {
 
@@ -57,6 +58,15 @@ void append_line(const char *file, std::string line)
 JournalLine::JournalLine(const char *kind, const std::string &name)
     : line_(std::string(kind) + " " + name)
 {
+    // When the call was made, on the box's clock (libfaketime answers this
+    // call in the box): a test measures the tool's pauses between calls, and
+    // a blocking read that waits for data still shows when it was asked.
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    char at[40];
+    std::snprintf(at, sizeof at, " at=%lld.%06ld", static_cast<long long>(now.tv_sec),
+                  now.tv_nsec / 1000);
+    at_ = at;
 }
 
 void JournalLine::request(uint32_t req)
@@ -120,7 +130,7 @@ void JournalLine::finish(long result, int err)
     line_ += " -> " + std::to_string(result);
     if (err != 0)
         line_ += " errno=" + errno_name(err);
-    append_line("journal", line_);
+    append_line("journal", line_ + at_);
 }
 
 std::string errno_name(int err)

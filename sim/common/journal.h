@@ -1,6 +1,6 @@
 // The journal: one line per driver call, open, ioctl and close, appended to
 // $BOARDSIM_STATE/journal so tests can assert what the tool asked for:
-//   <kind> <name> [<request>] <field>=<value> ... -> <result> [errno=<NAME>]
+//   <kind> <name> [<request>] <field>=<value> ... -> <result> [errno=<NAME>] at=<SECONDS>
 // Also the debug log ($BOARDSIM_STATE/debug.log, BOARDSIM_DEBUG=1).
 #pragma once
 #include <cstddef>
@@ -23,6 +23,7 @@ class JournalLine {
 
   private:
     std::string line_;
+    std::string at_;  // " at=SECONDS.MICROSECONDS", when the call began
 };
 
 // Symbolic name of an errno value ("EIO"), or its number as text.

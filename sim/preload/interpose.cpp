@@ -256,7 +256,9 @@ BSIM_EXPORT ssize_t write(int fd, const void *buf, size_t len)
     ssize_t rc = 0;
     if (path && board_transfer_fails("write", path, len, rc))
         return rc;
-    return image ? block_image_write(fd, buf, len) : real().write(fd, buf, len);
+    if (image)
+        return block_image_write(fd, buf, len);
+    return path ? serial_line_write(path, fd, buf, len) : real().write(fd, buf, len);
 }
 
 BSIM_EXPORT ssize_t read(int fd, void *buf, size_t len)
@@ -265,7 +267,8 @@ BSIM_EXPORT ssize_t read(int fd, void *buf, size_t len)
     ssize_t rc = 0;
     if (image && board_transfer_fails("read", image, len, rc))
         return rc;
-    return real().read(fd, buf, len);
+    const char *line = image ? nullptr : board_line(fd);
+    return line ? serial_line_read(line, fd, buf, len) : real().read(fd, buf, len);
 }
 
 BSIM_EXPORT off_t lseek(int fd, off_t off, int whence) noexcept

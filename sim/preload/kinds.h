@@ -45,6 +45,10 @@ bool serial_line(const char *path);
 using LineCall = int (*)(int fd, unsigned long req, const void *arg);
 int serial_line_request(const char *path, int fd, unsigned long req, const void *arg,
                         LineCall call);
+// A read or write on a serial line, journaled with the time it began;
+// errno as the kernel left it.
+ssize_t serial_line_read(const char *path, int fd, void *buf, size_t len);
+ssize_t serial_line_write(const char *path, int fd, const void *buf, size_t len);
 
 // True for an MII register request on a socket while the box has a state.
 bool mii_request(int fd, unsigned long req);

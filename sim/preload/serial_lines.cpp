@@ -1,8 +1,10 @@
 // Serial lines: /dev/ttyS<n> are real pseudo-terminals that the box links in,
 // with its fixtures on the far ends (sim/box/serial_lines.py). The preload
-// only watches them: opens, closes and terminal requests are journaled (the
-// attributes a port was given, decoded) and can be made to fail; the data
-// and the requests themselves go to the kernel's tty layer untouched.
+// only watches them: opens, closes, terminal requests, reads and writes are
+// journaled (the attributes a port was given, decoded; the byte counts, with
+// the box's time, so a test sees how long the tool waited between them) and
+// can be made to fail; the data and the requests themselves go to the
+// kernel's tty layer untouched.
 #include "../common/fault.h"
 #include "../common/journal.h"
 #include "../common/state.h"
@@ -49,6 +51,15 @@ bool line_fails(const char *path, unsigned long req, JournalLine &line, long &rc
     return true;
 }
 
+ssize_t journal_transfer(JournalLine &line, size_t len, ssize_t rc)
+{
+    int err = errno;
+    line.num("len", static_cast<int64_t>(len));
+    line.finish(rc, rc < 0 ? err : 0);
+    errno = err;
+    return rc;
+}
+
 }  // namespace
 
 bool serial_line(const char *path)
@@ -91,6 +102,20 @@ int serial_line_request(const char *path, int fd, unsigned long req, const void 
     line.finish(ret, err);
     errno = ret != 0 ? err : saved;
     return ret;
+}
+
+ssize_t serial_line_read(const char *path, int fd, void *buf, size_t len)
+{
+    JournalLine line("read", path);
+    ssize_t rc = real().read(fd, buf, len);
+    return journal_transfer(line, len, rc);
+}
+
+ssize_t serial_line_write(const char *path, int fd, const void *buf, size_t len)
+{
+    JournalLine line("write", path);
+    ssize_t rc = real().write(fd, buf, len);
+    return journal_transfer(line, len, rc);
 }
 
 }  // namespace bsim

@@ -42,7 +42,8 @@ class BoardTest : public ::testing::Test {
 
     bool logged(const std::string &line) const
     {
-        return ("\n" + journal()).find("\n" + line + "\n") != std::string::npos;
+        // Each line ends with the time it was written: " at=SECONDS".
+        return ("\n" + journal()).find("\n" + line + " at=") != std::string::npos;
     }
 
     int count(const std::string &part) const

@@ -27,14 +27,14 @@ using Writes = std::vector<std::pair<int, int>>;
 
 namespace {
 
-// Journal lines starting with the prefix.
+// Journal lines starting with the prefix, without the time each ends with.
 Lines grep(const std::string &strJournal, const std::string &strPrefix)
 {
     std::istringstream in(strJournal);
     Lines v;
     for (std::string s; std::getline(in, s);) {
         if (s.rfind(strPrefix, 0) == 0) {
-            v.push_back(s);
+            v.push_back(s.substr(0, s.rfind(" at=")));
         }
     }
     return v;

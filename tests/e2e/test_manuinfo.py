@@ -1,6 +1,7 @@
 """Manufacturing text and boot logos, moved to and from the test PC's TFTP server."""
 import hashlib
 import io
+import random
 import tarfile
 
 import pytest
@@ -60,7 +61,7 @@ def test_logo_download_check_upload(board, name):
     board.path(f'tftp/{name}').write_bytes(logo)
     assert board.command('set serverip 192.168.1.1').passed
     assert board.command(f'download logo {name}', timeout=30).passed
-    image = board.path('mmc/mmcblk0p7').read_bytes()
+    image = board.path('block/mmcblk0p7').read_bytes()
     assert image.startswith(b'\x1f\x8b') == name.startswith('res.')
     frame = board.command(f'check logo {name}', timeout=30)
     summed = picture if name.startswith('boot') else logo
@@ -86,10 +87,42 @@ CHECK = b'\r\nPlease check the test result'
 ])
 def test_transfer_and_sum_failures(board, fault, line, message):
     board.path('tftp/manu.txt').write_bytes(b'SN=A1')
-    board.path('mmc/mmcblk0p7').write_bytes(tar_of('logo.bin', b'logo').ljust(2 << 20, b'\0'))
+    board.path('block/mmcblk0p7').write_bytes(tar_of('logo.bin', b'logo').ljust(2 << 20, b'\0'))
     assert board.command('set serverip 192.168.1.1').passed
     if fault:
         # A sum tool that exits 0 without a word leaves an empty sum file.
         board.fail(fault, ret=0 if fault == 'exec.md5sum' else None)
     frame = board.command(line, timeout=30)
     assert frame.result == 'fail' and frame.body.endswith(message)
+
+
+def test_logo_partition_cleared_before_each_archive(board):
+    # The partition is a block device: dd neither grows nor truncates it,
+    # so only the clear keeps a longer archive's tail from staying behind.
+    image = board.path('block/mmcblk0p7')
+    image.write_bytes(b'\xa5' * (2 << 20))
+    assert board.command('set serverip 192.168.1.1').passed
+    for size in (1_200_000, 3000):
+        picture = random.Random(size).randbytes(size)
+        board.path('tftp/bootlogo.tar').write_bytes(tar_of('bootlogo.jpg', picture))
+        assert board.command('download logo bootlogo.tar', timeout=60).passed
+        data = image.read_bytes()
+        with tarfile.open(fileobj=io.BytesIO(data)) as outer:
+            inner = outer.extractfile('bootlogo.tar').read()
+        with tarfile.open(fileobj=io.BytesIO(inner)) as logo:
+            assert logo.extractfile('bootlogo.jpg').read() == picture
+        assert len(data) == 2 << 20 and len(data.rstrip(b'\0')) < size + 4096
+
+
+@pytest.mark.parametrize('tool, message', [
+    ('dd', b'(/bin/dd if=/dev/zero of=/dev/mmcblk0p7 bs=1M count=2 2>/dev/null && /bin/dd '
+           b'if=bootlogo.tar.tar of=/dev/mmcblk0p7 bs=1M count=2) fail, lRet=256\n'),
+    ('tar', b'(bootlogo.tar) fail, lRet=256\n'),
+])
+def test_logo_download_with_a_failing_tool(board, tool, message):
+    board.path('tftp/bootlogo.tar').write_bytes(tar_of('bootlogo.jpg', b'jpg'))
+    assert board.command('set serverip 192.168.1.1').passed
+    board.fail(f'exec.{tool}')
+    frame = board.command('download logo bootlogo.tar', timeout=30)
+    assert frame.result == 'fail' and frame.body.endswith(message + CHECK)
+    assert board.path('block/mmcblk0p7').read_bytes() == bytes(2 << 20)
