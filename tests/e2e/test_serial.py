@@ -86,7 +86,7 @@ def test_refused_input(board):
     }
     for command, message in refusals.items():
         frame = board.command(command)
-        assert (frame.result, frame.body) == ('fail', message), command
+        assert (frame.result, frame.body_raw) == ('fail', b'\r\n' + message), command
     for command, message in {
         'test rs 232 set rate 38400 0': b'the BaudRate you input should be 9600 or 115200',
         'test rs 232 loopback 0 1 0 0': b'the uiPktLength you input should between 1 and 255',
