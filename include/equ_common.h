@@ -73,9 +73,10 @@ class EQU_Node {
     int m_iErrno = 0;
 };
 
-// Numeric parameter check: a digit string (a leading '-' only when lo is
-// negative) whose value lies in lo..hi; leading zeros and any length are
-// read, overlong strings are out of range. The value is stored when given.
+// Numeric parameter check: a digit string with an optional leading '-' (a
+// lone "-" reads as 0) whose value lies in lo..hi; leading zeros and any
+// length are read, overlong strings are out of range. The value is stored
+// when given.
 bool EQU_InRange(const char *pcText, int32_t lo, int32_t hi, int64_t *plVal = nullptr);
 
 // ---- device access ----

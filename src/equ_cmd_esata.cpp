@@ -104,7 +104,7 @@ uint64_t EQU_CmdProc_Esata_SectorTest(CLI_CMD_PARA_S *pstCmdPara)
     CLI_GetAllParaNum(pstCmdPara, &ulNum);
     if (ulNum == 1) {
         const char *acTimes = pstCmdPara->astPara[0].szPara;
-        if (!CLI_IsOnlydigitString(acTimes)) {
+        if (!CLI_IsdigitString(acTimes)) {
             printf("\r\nerror:invalid time value, please check");
             return EQU_FAIL;
         }

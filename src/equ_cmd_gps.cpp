@@ -146,7 +146,8 @@ uint64_t EQU_CmdCheck_GpsBaudRate(const char *pcToken, CLI_CMD_PARA_S *pstCmdPar
 uint64_t EQU_CmdCheck_GpsPortNum(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara)
 {
     (void)pstCmdPara;
-    if (CLI_StrtoUL(pcToken) != 0) {
+    // The C library's reading: "-1" is refused, not taken for 0.
+    if (strtol(pcToken, nullptr, 10) != 0) {
         printf("\r\nthe satellite port only support 0\n");
         return EQU_FAIL;
     }

@@ -29,8 +29,6 @@
 //   read/write word do not change the test.
 // - A presence query leaves /dev/harddisk open after a good request: the
 //   disk driver has always been used so ("all present" leaves four).
-// - Sector offsets are 32-bit: from sector 4194304 on they wrap and the seek
-//   fails unnoticed, as on the board.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -86,21 +84,27 @@ uint32_t EQU_GetDisk_Name(uint64_t ulSlot, char *pcName)
     return EQU_OK;
 }
 
-// Offsets as the board computes them: 32-bit, wrapping for large sectors.
+// 64-bit: a 32-bit offset wraps from sector 4194304 (2 GiB) on, the seek
+// fails and the pattern would land where the last transfer left off.
 off_t sector_offset(uint32_t u32Sector)
 {
-    return static_cast<int32_t>(u32Sector * static_cast<uint32_t>(kSector));
+    return static_cast<off_t>(u32Sector) * static_cast<off_t>(kSector);
 }
 
+// A failed seek fails the transfer: it would land where the last one left off.
 bool io_at(int fd, off_t lOff, const void *pvData)
 {
-    lseek(fd, lOff, SEEK_SET);
+    if (lseek(fd, lOff, SEEK_SET) != lOff) {
+        return false;
+    }
     return write(fd, pvData, kSector) == static_cast<ssize_t>(kSector);
 }
 
 bool read_at(int fd, off_t lOff, void *pvData)
 {
-    lseek(fd, lOff, SEEK_SET);
+    if (lseek(fd, lOff, SEEK_SET) != lOff) {
+        return false;
+    }
     return read(fd, pvData, kSector) == static_cast<ssize_t>(kSector);
 }
 

@@ -217,7 +217,8 @@ uint64_t EQU_CmdProc_GetDeviceIP(CLI_CMD_PARA_S *pstCmdPara)
     if (ulNum > 0) {
         uint64_t ulPort = 0;
         CLI_GetUlongValuePara(pstCmdPara, 0, &ulPort);
-        u32First = u32Last = port_to_eth(ulPort);
+        // Unlike setting, the whole number counts: 256 is eth0, not eth1.
+        u32First = u32Last = ulPort == 0 ? 1 : 0;
     }
     if (u32Last >= gpstEquBoardDesc->ucEthNum) {
         printf("\r\nNo such device eth%d", static_cast<int>(u32Last));

@@ -408,11 +408,11 @@ uint64_t EQU_CmdCheck_SerialBaudRate(const char *pcToken, CLI_CMD_PARA_S *pstCmd
 
 // ---- handlers ----
 
+// The typed text through the C library's conversion: "-1" stays -1 and fails
+// the port checks as a large unsigned number, where the engine's reader gives 0.
 uint32_t para(CLI_CMD_PARA_S *pstCmdPara, int64_t lSeq)
 {
-    uint64_t ulVal = 0;
-    CLI_GetUlongValuePara(pstCmdPara, lSeq, &ulVal);
-    return static_cast<uint32_t>(ulVal);
+    return static_cast<uint32_t>(strtol(pstCmdPara->astPara[lSeq].szPara, nullptr, 10));
 }
 
 bool para_is_digits(CLI_CMD_PARA_S *pstCmdPara, uint64_t ulSeq)
@@ -459,7 +459,7 @@ uint64_t EQU_CmdProc_232Loopback(CLI_CMD_PARA_S *pstCmdPara)
 {
     uint32_t u32Port = para(pstCmdPara, 3);
     if (u32Port >= gpstEquBoardDesc->ucRs232Num) {
-        printf("\r\ninvalid RS232 port num %u should small than %u", u32Port,
+        printf("\r\ninvalid RS232 port num %d should small than %u", static_cast<int>(u32Port),
                gpstEquBoardDesc->ucRs232Num);
         return EQU_FAIL;
     }
@@ -473,8 +473,8 @@ uint64_t EQU_CmdProc_485Loopback(CLI_CMD_PARA_S *pstCmdPara)
     uint32_t u32Rx = para(pstCmdPara, 1);
     uint32_t u32Num = gpstEquBoardDesc->ucRs485Num;
     if (u32Tx >= u32Num || u32Rx >= u32Num) {
-        printf("\r\ninvalid RS485 port_tx num %u, port_rx num %u, should small than %u", u32Tx,
-               u32Tx, u32Num);
+        printf("\r\ninvalid RS485 port_tx num %d, port_rx num %d, should small than %u",
+               static_cast<int>(u32Tx), static_cast<int>(u32Tx), u32Num);
         return EQU_FAIL;
     }
     if (u32Tx == u32Rx) {

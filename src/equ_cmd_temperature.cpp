@@ -128,8 +128,7 @@ uint64_t EQU_CmdCheck_HeatCtlSlot(const char *pcToken, CLI_CMD_PARA_S *pstCmdPar
 {
     (void)pstCmdPara;
     if (CLI_IsdigitString(pcToken)) {
-        int64_t lSlot = -1;
-        if (!EQU_InRange(pcToken, -1, 1, &lSlot) || lSlot < 0) {
+        if (!EQU_InRange(pcToken, 0, 1)) {
             printf("\r\nthe Slot you input should be 0/1");
             return EQU_FAIL;
         }

@@ -25,6 +25,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "equ_board.h"
 #include "equ_cli_cmd.h"
 #include "equ_cmd.h"
 #include "equ_common.h"
@@ -53,8 +54,6 @@ struct CardReq {
 static_assert(sizeof(CardReq) == 8);
 
 using ReportFn = uint32_t (*)(void);
-
-uint32_t gulBoardIdx = 0;
 
 uint32_t EQU_VersionBoardID(void)
 {

@@ -209,10 +209,12 @@ const char *EQU_Node::error() const
 
 bool EQU_InRange(const char *pcText, int32_t lo, int32_t hi, int64_t *plVal)
 {
+    // Read as the C library reads it: a sign with no digits ("-") is 0, "-0"
+    // is 0, and any other negative number fails a range that starts at 0.
     const char *p = pcText;
-    bool bNeg = lo < 0 && *p == '-';
+    bool bNeg = *p == '-';
     p += bNeg ? 1 : 0;
-    if (*p == '\0') {
+    if (*pcText == '\0') {
         return false;
     }
     // Capped as it accumulates, so that a long digit string cannot wrap into range.

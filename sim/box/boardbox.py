@@ -118,6 +118,13 @@ class Frame:
     def body(self):
         return b'\r\n'.join(self.lines)
 
+    @property
+    def body_raw(self):
+        """The tool's bytes between "@" and the "\\r\\ntest result:" line, line
+        breaks as written (None for an unframed answer)."""
+        match = FRAME.search(self.text)
+        return match.group('body') if match else None
+
 
 FRAME = re.compile(rb'\r\n@(?P<body>.*)\r\ntest result:(?P<result>pass|fail)\r\n\$\$', re.S)
 

@@ -64,6 +64,8 @@ def test_slots_presence_and_capacity(box_factory):
     assert board.command('test hdd 0 1 capacity').body == b'hdd capacity : 0gb '
     board.fail('ioctl./dev/harddisk.0x40500')
     assert board.command('test hdd 2 present').body == b'Failed to get present info\n'
+    board.fail('ioctl./dev/harddisk.0x40510')
+    assert board.command('test hdd 0 2 capacity').body_raw == b'\r\nFailed to get harddisk info\n'
     board.fail('open./dev/sda', errno='ENXIO')  # present, but gone by the open
     assert board.command('test hdd 0 0 1 read').body == b'\n /dev/sda open fail!'
 

@@ -22,6 +22,10 @@ def test_device_addresses_reach_the_interfaces(box_factory, board_id):
         b'deviceip port 0 set is:192.168.2.40'
     assert board.command('get deviceip').lines == [b'deviceip port 1 is 192.168.1.50',
                                                    b'deviceip port 0 is 192.168.2.40']
+    # Reading takes the whole port number: 256 is not 0 here.
+    for port, shown in (('0', b'0 is 192.168.2.40'), ('1', b'1 is 192.168.1.50'),
+                        ('256', b'1 is 192.168.1.50')):
+        assert board.command(f'get deviceip {port}').body == b'deviceip port ' + shown
     # ifconfig's own refusal is its business: the command passes.
     assert board.command('set deviceip 10..1.1 1').passed
     assert board.quit() == 0

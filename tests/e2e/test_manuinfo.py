@@ -11,7 +11,7 @@ pytestmark = pytest.mark.needs_cli
 
 def test_display_manuinfo_whole_and_device_part(board):
     board.write('nvram/ManuInfo', 'SN=A1;HW=2#FACTORY=x#')
-    assert board.command('display manuinfo').body == b'SN=A1;HW=2#FACTORY=x#'
+    assert board.command('display manuinfo').body_raw == b'\r\nSN=A1;HW=2#FACTORY=x#'
     assert board.command('display device manuinfo').body == b'SN=A1;HW=2##'
     board.write('nvram/ManuInfo', 'no marks')
     assert board.command('display device manuinfo').body == b'no marks##'
@@ -65,7 +65,9 @@ def test_logo_download_check_upload(board, name):
     assert image.startswith(b'\x1f\x8b') == name.startswith('res.')
     frame = board.command(f'check logo {name}', timeout=30)
     summed = picture if name.startswith('boot') else logo
-    assert frame.passed and f'md5:{hashlib.md5(summed).hexdigest()}'.encode() in frame.body
+    # The sum's line ends with a line break of its own.
+    assert frame.passed and frame.body_raw.endswith(
+        f'\r\nmd5:{hashlib.md5(summed).hexdigest()}\r\n'.encode())
     board.path(f'tftp/{name}').unlink()
     assert board.command(f'upload logo {name}', timeout=30).passed
     assert board.path(f'tftp/{name}').read_bytes() == logo

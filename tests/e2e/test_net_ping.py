@@ -63,6 +63,10 @@ def test_link_per_port(board):
     assert frame.lines.count(b'GE0 test ............... ok') == 1 and len(frame.lines) == 20
     ports = [e['port'] for e in board.journal('drv', 'DRV_PerpCtl', 0x1605, since=mark)]
     assert (ports.count('3'), ports.count('7'), len(ports)) == (5, 3, 26)
+    # A lone "-" and "-0" are port 0, not refused.
+    for port in ('-', '-0'):
+        assert board.command(f'test ethernet {port} link copper').body == \
+            b'GE0 test ............... ok'
     # Every fiber port reads the record (0, 0): port 0's link.
     board.write('link/0', 'down')
     frame = board.command('test ethernet all link fiber', timeout=30)

@@ -76,13 +76,17 @@ def test_refused_input(board):
         'test rs 232 loopback 16 1 0 1': b'invalid RS232 port num 1 should small than 1',
         'test rs 232 set rate 9600 1': b'invalid RS232 port num 1 should be less than 1',
         'test 485 2 set rate 9600': b'invalid RS485 port num 2 should small than 2',
+        # A negative port is refused, not taken for port 0.
+        'test rs 232 loopback 16 1 0 -1': b'invalid RS232 port num -1 should small than 1',
+        'test 485 -1 0 loopback 10 1 0':
+            b'invalid RS485 port_tx num -1, port_rx num -1, should small than 2',
         # The engine takes a signed number for a port; the handlers do not.
         'test rs 232 set rate 9600 -1': b'rs232 port should be 0',
         'test 485 -1 set rate 9600': b'rs485 port should be 0~1',
     }
     for command, message in refusals.items():
         frame = board.command(command)
-        assert (frame.result, frame.body) == ('fail', message), command
+        assert (frame.result, frame.body_raw) == ('fail', b'\r\n' + message), command
     for command, message in {
         'test rs 232 set rate 38400 0': b'the BaudRate you input should be 9600 or 115200',
         'test rs 232 loopback 0 1 0 0': b'the uiPktLength you input should between 1 and 255',
@@ -90,6 +94,7 @@ def test_refused_input(board):
         'test rs 232 loopback 16 1 259 0':
             b'the uiPktContent you input should between 0 and 258',
         'test nvrgps get satellite 1': b'the satellite port only support 0',
+        'test nvrgps get satellite -1': b'the satellite port only support 0',
         'test nvrgps set rate -5': b'Envalid BaudRate',
     }.items():
         assert message in board.line(command), command

@@ -31,6 +31,10 @@ def test_limits_refused_and_sensor_failure(board):
     frame = board.command('test mainboard temperature 10 9')
     assert frame.lines == [b'low temperature should smaller than high temperature']
     assert not board.journal('drv', 'DRV_PerpCtl', 0x160E)
+    # A lone "-" and "-0" read as 0.
+    board.write('temperature/mainboard', '1')
+    assert board.command('test mainboard temperature - -0').lines == \
+        [HEADER, b'%d%6d%11d%20d%17s' % (1, 0, 1, 0, b'abnormal')]
     board.fail('DRV_PerpCtl.0x163c')
     frame = board.command('test netboard temperature 0 50')
     assert (frame.result, frame.lines) == ('fail', [b'Failed to get netboard temperature'])
@@ -47,6 +51,8 @@ def test_heaters_switch_inverted_lines(board):
                                       (0x4061F, 22, 1), (0x40610, 22, 0)]
     assert board.command('test heat 1 ctrl off').passed
     assert (board.read('gpio/0.21'), board.read('gpio/0.22')) == ('0\n', '1\n')
+    assert board.command('test heat - ctrl off').passed  # a lone "-" is slot 0
+    assert (board.read('gpio/0.21'), board.read('gpio/0.22')) == ('1\n', '1\n')
     for slot, message in (('2', b'the Slot you input should be 0/1'),
                           ('both', b'the Slot you input should be all')):
         assert message in board.command(f'test heat {slot} ctrl on').text

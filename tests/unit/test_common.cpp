@@ -46,7 +46,10 @@ TEST(EquCommon, RangeCheckReadsDigitsOnly)
         EXPECT_FALSE(EQU_InRange(pcBad, 1, 255)) << pcBad;
     }
     EXPECT_TRUE(EQU_InRange("-100", -100, 100, &lVal) && lVal == -100);
-    EXPECT_FALSE(EQU_InRange("-", -100, 100));
+    // A lone sign and "-0" read as 0, as the C library reads them.
+    EXPECT_TRUE(EQU_InRange("-", -100, 100, &lVal) && lVal == 0);
+    EXPECT_TRUE(EQU_InRange("-0", 0, 1, &lVal) && lVal == 0);
+    EXPECT_FALSE(EQU_InRange("-1", 0, 1));
     EXPECT_FALSE(EQU_InRange("-101", -100, 100));
 }
 
