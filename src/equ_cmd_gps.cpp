@@ -11,7 +11,7 @@
 //
 // Values:
 //   <band rate value>  digits, for the driver library (9600 or 115200)
-//   <portnum>          0 (a negative number reads as 0 too)
+//   <portnum>          0 (any other number, a negative one too, is refused)
 //
 // Touches: DRV_GPS_SetBaudRate; /dev/ttyS9, opened O_RDWR (blocking), input
 // flushed with ioctl 0x540B (TCFLSH, argument 0) before each read of up to
