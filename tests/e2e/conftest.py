@@ -20,7 +20,8 @@ from pathlib import Path
 import pexpect
 import pytest
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / 'sim' / 'box'))
+# The box's fixtures, and the harness whose console protocol they share.
+sys.path[:0] = [str(Path(__file__).resolve().parents[2] / d) for d in ('sim/box', '.')]
 
 from boardbox import REPO, Box, build_dir, console_log, tool_argv, tool_build_dir, tool_built  # noqa: E402
 
