@@ -27,6 +27,13 @@ from boardbox import DIMENSIONS, Box  # noqa: E402
 CONSOLE_BAUD = 115200
 
 
+def quick(child):
+    # pexpect waits 50 ms before each send, for programs that drop what
+    # comes before they are ready; the tool flushes its input at start anyway.
+    child.delaybeforesend = None
+    return child
+
+
 class PtyLink:
     """A program on a pseudo-terminal (pexpect): sh -c COMMAND."""
 
@@ -35,8 +42,8 @@ class PtyLink:
         self.child = self.spawn()
 
     def spawn(self):
-        return pexpect.spawn('/bin/sh', ['-c', self.command], dimensions=DIMENSIONS,
-                             env=dict(os.environ, TERM=os.environ.get('TERM', 'vt100')))
+        return quick(pexpect.spawn('/bin/sh', ['-c', self.command], dimensions=DIMENSIONS,
+                                   env=dict(os.environ, TERM=os.environ.get('TERM', 'vt100'))))
 
     def read(self, timeout):
         try:
@@ -69,7 +76,7 @@ class BoxLink(PtyLink):
 
     def spawn(self):
         self.box = Box(self.state, **self.options).start()
-        return self.box.child
+        return quick(self.box.child)
 
     def restart(self):
         self.box.close()
