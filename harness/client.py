@@ -120,6 +120,15 @@ class Console:
     def start(self):
         """Reaches the tool's user prompt (typing cli at a shell, quitting a
         tool left running so that its banner shows), then equipment mode."""
+        try:
+            self._start()
+            self.enter_equipment()
+        except EOFError:
+            raise ConsoleError(f'{self.spec}: the console ended: '
+                               f'{protocol.decode(self._buf[-300:])!r}') from None
+        return self
+
+    def _start(self):
         deadline = time.monotonic() + START_TIMEOUT
         patterns = [protocol.USER_PROMPT, self._prompts()[1], SHELL_PROMPT]
         self._buf, self._mark, typed, poke = b'', 0, False, time.monotonic() + POKE
@@ -145,8 +154,6 @@ class Console:
         banner = self._buf[:self._end]
         self.banner = banner.split(TOOL + b'\r\n', 1)[-1] if typed else banner
         self.usable, self.mode, self.baud = True, 'user', BAUD
-        self.enter_equipment()
-        return self
 
     def enter_equipment(self):
         self._buf, self._mark = b'', 0
@@ -164,6 +171,8 @@ class Console:
         confirmation is answered with `answer`, or refused ('n')."""
         if not self.usable:
             raise ConsoleError(f'{self.spec}: the console is unusable; restart it')
+        if '?' in command or '\t' in command:
+            raise ValueError('"?" and Tab ask for help, not a command')
         if self.mode != 'equipment':
             self.enter_equipment()
         timeout = timeout or default_timeout(command, self.baud)
@@ -197,9 +206,9 @@ class Console:
     def _result(self, command, started, raw, verdict=None, message=None):
         answer = protocol.parse_answer(raw, len(protocol.equipment_prompt(self.model)))
         return Result(command, verdict or answer.verdict, answer.lines,
-                      protocol.text_of(answer.lines), message or answer.message,
-                      None if verdict else answer.caret, None,
-                      time.monotonic() - started, raw)
+                      protocol.text_of(answer.lines), message=message or answer.message,
+                      caret=None if verdict else answer.caret,
+                      duration=time.monotonic() - started, raw=raw)
 
     def _timed_out(self, command, started, timeout):
         """A line break, then the prompt: a slow command; silence: a tool
@@ -244,7 +253,6 @@ class Console:
         """Quits the tool when it answers, then closes the link."""
         try:
             if self.usable:
-                self._drain(0)
                 for _ in range(2 if self.mode == 'equipment' else 1):
                     self._send(b'q\r')
                     self._wait(self._prompts() + [SHELL_PROMPT], time.monotonic() + 2)
