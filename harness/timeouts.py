@@ -15,36 +15,38 @@ def serial_loopback(count, baud):
     return count * (15060000 // baud + 100) / 1000 + 5
 
 
-# (command pattern, what the tool waits, seconds from the match and the baud rate)
+# (command pattern, the tool's longest wait in seconds from the match and the
+# baud rate), first match wins; harness/README.md explains each row.
 TABLE = [
-    (r'test rs 232 loopback \d+ (?P<n>\d+)', 'packets x (15060000 / baud + 100) ms, + 5 s',
+    (r'test rs 232 loopback \d+ (?P<n>\d+)', lambda m, baud: serial_loopback(int(m['n']), baud)),
+    (r'test 485 \S+ \S+ loopback \d+ (?P<n>\d+)',
      lambda m, baud: serial_loopback(int(m['n']), baud)),
-    (r'test 485 \S+ \S+ loopback \d+ (?P<n>\d+)', 'packets x (15060000 / baud + 100) ms, + 5 s',
-     lambda m, baud: serial_loopback(int(m['n']), baud)),
-    (r'ping -c (?P<n>\d+)', 'link: 3 queries 1 s apart; ping: 1 s a packet, 10 s for a reply',
-     lambda m, baud: 3 + int(m['n']) + 10),
-    (r'test ethernet all link copper', '5 queries 1 s apart on each of 20 ports', lambda m, baud: 100),
-    (r'test ethernet \S+ link', '5 queries 1 s apart a port (2 fiber ports)', lambda m, baud: 10),
-    (r'test watchdog', 'armed, then 5 s', lambda m, baud: 5),
-    (r'test nvrgps get satellite', '1 s, then 5 reads 1 s apart', lambda m, baud: 6),
-    (r'test nvrgps get gpstime', '1 s, then 20 reads 0.25 s apart', lambda m, baud: 6),
-    (r'test powerkey button(?: (?P<n>\d+))?', 'a poll a second, 15 by default',
-     lambda m, baud: int(m['n'] or 15) % 256),
-    (r'test reset button', "the driver's wait for the press", lambda m, baud: 30),
-    (r'test chipcheck', 'a reset and 5 s to settle, 4 tries; the GPS chip 3 s',
-     lambda m, baud: 30),
-    (r'(download|upload) (manuinfo|logo)|check logo|test x4tox2|test x2tox4',
-     "tftp's own retries, then unpacking", lambda m, baud: 60),
-    (r'test hdd \S+ \S+ (?P<n>\d+)', 'sectors read, written, read, restored with fsync, 4 slots',
-     lambda m, baud: 4 * int(m['n']) * 0.1),
-    (r'test esata sector(?: (?P<n>\d+))?', 'sectors written and read with fsync',
-     lambda m, baud: int(m['n'] or 1) * 0.1),
-    (r'test usb access', '2 s, then mount, write, read, unmount on each port', lambda m, baud: 30),
-    (r'clear information', 'the wipe, four mkfs.ext4, the eMMC and the disks',
-     lambda m, baud: 600),
-    (r'test software update', 'the one-step upgrade', lambda m, baud: 600),
+    # The link: 3 queries 1 s apart; ping: a packet a second, 10 s for a reply.
+    (r'ping -c (?P<n>\d+)', lambda m, baud: 3 + int(m['n']) + 10),
+    # 5 queries 1 s apart a port: 20 copper ports, 2 fiber.
+    (r'test ethernet all link copper', lambda m, baud: 100),
+    (r'test ethernet \S+ link', lambda m, baud: 10),
+    (r'test watchdog', lambda m, baud: 5),
+    # 1 s, then 5 reads 1 s apart; the time: 20 reads 0.25 s apart.
+    (r'test nvrgps get satellite', lambda m, baud: 6),
+    (r'test nvrgps get gpstime', lambda m, baud: 6),
+    # A poll a second, 15 by default; the reset key: the driver's wait.
+    (r'test powerkey button(?: (?P<n>\d+))?', lambda m, baud: int(m['n'] or 15) % 256),
+    (r'test reset button', lambda m, baud: 30),
+    # A chip reset and 5 s to settle, 4 tries.
+    (r'test chipcheck', lambda m, baud: 30),
+    # tftp's own retries, then unpacking.
+    (r'(download|upload) (manuinfo|logo)|check logo|test x4tox2|test x2tox4', lambda m, baud: 60),
+    # Each sector read, written, read back and restored with fsync; 4 slots.
+    (r'test hdd \S+ \S+ (?P<n>\d+)', lambda m, baud: 4 * int(m['n']) * 0.1),
+    (r'test esata sector(?: (?P<n>\d+))?', lambda m, baud: int(m['n'] or 1) * 0.1),
+    # 2 s, then a mount, a write and a read on each port.
+    (r'test usb access', lambda m, baud: 30),
+    # Four mkfs.ext4, the eMMC, the disks; the one-step upgrade.
+    (r'clear information', lambda m, baud: 600),
+    (r'test software update', lambda m, baud: 600),
 ]
-COMPILED = [(re.compile(pattern), wait) for pattern, _, wait in TABLE]
+COMPILED = [(re.compile(pattern), wait) for pattern, wait in TABLE]
 
 
 def default_timeout(command, baud=BAUD):
