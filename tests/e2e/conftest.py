@@ -20,8 +20,7 @@ from pathlib import Path
 import pexpect
 import pytest
 
-# The box's fixtures, and the harness whose console protocol they share.
-sys.path[:0] = [str(Path(__file__).resolve().parents[2] / d) for d in ('sim/box', '.')]
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / 'sim' / 'box'))
 
 from boardbox import REPO, Box, build_dir, console_log, tool_argv, tool_build_dir, tool_built  # noqa: E402
 
