@@ -4,6 +4,7 @@ reached through a link (harness/transports.py): anything with
 read(timeout) -> bytes (b'' when nothing came; EOFError at the end),
 write(bytes) and close().
 """
+import os
 import re
 import time
 from dataclasses import dataclass, field
@@ -24,6 +25,8 @@ TOOL = b'cli'
 # A shell's prompt ends in "# " or "$ "; BusyBox's ash then asks for the
 # cursor position.
 SHELL_PROMPT = re.compile(rb'[#$] (?:\x1b\[6n)?\Z')
+LOGIN = re.compile(rb'login: ?\Z')
+PASSWORD = re.compile(rb'[Pp]assword: ?\Z')
 SET_RATE = re.compile(r'test (?:rs 232 set rate (\d+)|485 \S+ set rate (\d+))')
 
 
@@ -64,6 +67,8 @@ class Console:
 
     def __init__(self, link, *, spec, kind, log=None):
         self.link, self.spec, self.kind = link, spec, kind
+        # USER:PASSWORD for a console that asks for a login.
+        self.login = os.environ.get('HARNESS_LOGIN')
         self.state = getattr(link, 'state', None)
         self.log = log if log is None or hasattr(log, 'write') else open(log, 'ab')
         self.banner = b''
@@ -130,30 +135,37 @@ class Console:
 
     def _start(self):
         deadline = time.monotonic() + START_TIMEOUT
-        patterns = [protocol.USER_PROMPT, self._prompts()[1], SHELL_PROMPT]
-        self._buf, self._mark, typed, poke = b'', 0, False, time.monotonic() + POKE
+        patterns = [protocol.USER_PROMPT, self._prompts()[1], SHELL_PROMPT, LOGIN, PASSWORD]
+        self._buf, self._mark, self._typed = b'', 0, set()
         while True:
-            index, match = self._wait(patterns, min(deadline, poke))
+            index, match = self._wait(patterns, min(deadline, time.monotonic() + POKE))
             if index == 0 and protocol.BANNER in self._buf:
                 break
-            if index in (0, 1):
-                self._send(b'q\r')  # a tool left running: its banner comes at a new start
-            elif index == 2:
-                if typed:
-                    raise ConsoleError(f'{self.spec}: {TOOL.decode()} did not start: '
-                                       f'{protocol.decode(self._buf[-300:])!r}')
-                self._send(TOOL + b'\r')
-                typed = True
-            elif time.monotonic() >= deadline:
+            if index is None and time.monotonic() >= deadline:
                 raise ConsoleError(f'{self.spec}: no prompt within {START_TIMEOUT:.0f} s')
-            else:
-                self._send(b'\r')
+            self._send(self._reply(index))
             self._mark = len(self._buf)
-            poke = time.monotonic() + POKE
         self.model = match.group(1).decode()
         banner = self._buf[:self._end]
-        self.banner = banner.split(TOOL + b'\r\n', 1)[-1] if typed else banner
+        self.banner = banner.split(TOOL + b'\r\n', 1)[-1] if 2 in self._typed else banner
         self.usable, self.mode, self.baud = True, 'user', BAUD
+
+    def _reply(self, index):
+        """What to type at what the console shows (an index of _start's
+        patterns, None for nothing) on the way to the tool's banner."""
+        if index in (0, 1):
+            return b'q\r'  # a tool left running: its banner comes at a new start
+        if index is None:
+            return b'\r'
+        if index in self._typed:
+            raise ConsoleError(f'{self.spec}: {("cli did not start", "login refused")[index > 2]}: '
+                               f'{protocol.decode(self._buf[-300:])!r}')
+        self._typed.add(index)
+        if index == 2:
+            return TOOL + b'\r'
+        if not self.login:
+            raise ConsoleError(f'{self.spec}: the console asks for a login; set HARNESS_LOGIN')
+        return self.login.partition(':')[0 if index == 3 else 2].encode() + b'\r'
 
     def enter_equipment(self):
         self._buf, self._mark = b'', 0

@@ -77,8 +77,11 @@ def test_tcp():
         proc.wait(10)
 
 
-def test_exec_restarts():
-    with open_board(f'exec:{REPO}/sim/boardsim --fast -- -d') as console:
+def test_exec_logs_in_and_restarts(monkeypatch):
+    monkeypatch.setenv('HARNESS_LOGIN', 'root:secret')
+    login = ('printf "board login: "; read u; printf "Password: "; read p; '
+             f'[ "$u:$p" = root:secret ] && exec {REPO}/sim/boardsim --fast -- -d')
+    with open_board(f'exec:{login}') as console:
         smoke(console)
         console.restart()
         assert console.run('test led on').passed
