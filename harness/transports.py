@@ -156,43 +156,19 @@ class LabgridLink:
         self.target.deactivate(self.console)
 
 
-OPENERS = {}
-
-
-def opener(kind):
-    def register(function):
-        OPENERS[kind] = function
-        return function
-    return register
-
-
-@opener('box')
-def _box(rest, real_time, workdir):
-    return BoxLink([name for name in rest.split('+') if name], real_time, workdir)
-
-
-@opener('serial')
-def _serial(rest, real_time, workdir):
+def serial_address(rest):
     device, _, baud = rest.rpartition(':')
-    if not baud.isdigit():
-        device, baud = rest, CONSOLE_BAUD
-    return SerialLink(device, int(baud))
+    return (device, int(baud)) if baud.isdigit() else (rest, CONSOLE_BAUD)
 
 
-@opener('tcp')
-def _tcp(rest, real_time, workdir):
-    host, _, port = rest.rpartition(':')
-    return TcpLink(host, port)
-
-
-@opener('exec')
-def _exec(rest, real_time, workdir):
-    return PtyLink(rest)
-
-
-@opener('labgrid')
-def _labgrid(rest, real_time, workdir):
-    return LabgridLink(rest)
+OPENERS = {
+    'box': lambda rest, real_time, workdir: BoxLink([name for name in rest.split('+') if name],
+                                                    real_time, workdir),
+    'serial': lambda rest, *_: SerialLink(*serial_address(rest)),
+    'tcp': lambda rest, *_: TcpLink(*rest.rsplit(':', 1)),
+    'exec': lambda rest, *_: PtyLink(rest),
+    'labgrid': lambda rest, *_: LabgridLink(rest),
+}
 
 
 def open_board(spec, *, real_time=False, workdir=None, log=None):
@@ -201,7 +177,7 @@ def open_board(spec, *, real_time=False, workdir=None, log=None):
     workdir: where a box keeps its state; log: a file (or path) that gets
     every byte the console shows."""
     kind, _, rest = spec.partition(':')
-    if kind not in OPENERS or (kind != 'box' and not rest):
+    if kind not in OPENERS or (kind != 'box' and not rest) or (kind == 'tcp' and ':' not in rest):
         raise ValueError(f'unknown board spec {spec!r} (box[:SCENARIO+...], serial:DEVICE[:BAUD], '
                          'tcp:HOST:PORT, exec:COMMAND, labgrid:ENV.yaml)')
     link = OPENERS[kind](rest, real_time, workdir)
