@@ -15,6 +15,7 @@ import re
 import shutil
 import signal
 import subprocess
+import sys
 import time
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -22,9 +23,13 @@ from pathlib import Path
 import pexpect
 
 REPO = Path(__file__).resolve().parents[2]
+if str(REPO) not in sys.path:
+    sys.path.insert(0, str(REPO))
+# The console protocol is the harness's; tests take it from here too.
+from harness.protocol import MODEL, Frame, parse_frame, prompts, undo_onlcr  # noqa: E402,F401
+
 BOARDSIM = REPO / 'sim' / 'boardsim'
 DEFAULT_STATE = REPO / 'sim' / 'default-state'
-MODEL = 'PLM7140'
 # Rows and columns of the box's terminal: wide enough that no line of the
 # tool wraps.
 DIMENSIONS = (50, 250)
@@ -84,62 +89,6 @@ def tool_argv(in_box=False):
         return [str(cli)]
     emulate = '/run/boardsim/emulate' if in_box else str(REPO / 'sim' / 'box' / 'emulate')
     return [emulate, str(cli)]
-
-
-def undo_onlcr(raw):
-    """The tool's own bytes from what the terminal showed: the pty turns every
-    "\\n" into "\\r\\n", so each "\\r\\n" seen was a "\\n" written."""
-    return raw.replace(b'\r\n', b'\n')
-
-
-# ---- frames ----
-
-@dataclass
-class Frame:
-    """One command's answer, as the tool wrote it (terminal's \\r undone).
-
-    result: 'pass', 'fail', or None when the engine printed no frame (an
-    unknown command, an incomplete one, a confirmation refused).
-    lines: the handler's lines between "@" and "test result:" (each line the
-    tool began with "\\r\\n"), as bytes; for an unframed answer, its lines.
-    text: everything after the echo of the command, up to the next prompt.
-    raw: the same, as the terminal showed it.
-    """
-    result: str | None
-    lines: list
-    text: bytes
-    raw: bytes
-
-    @property
-    def passed(self):
-        return self.result == 'pass'
-
-    @property
-    def body(self):
-        return b'\r\n'.join(self.lines)
-
-    @property
-    def body_raw(self):
-        """The tool's bytes between "@" and the "\\r\\ntest result:" line, line
-        breaks as written (None for an unframed answer)."""
-        match = FRAME.search(self.text)
-        return match.group('body') if match else None
-
-
-FRAME = re.compile(rb'\r\n@(?P<body>.*)\r\ntest result:(?P<result>pass|fail)\r\n\$\$', re.S)
-
-
-def parse_frame(raw):
-    text = undo_onlcr(raw)
-    match = FRAME.search(text)
-    if not match:
-        lines = [line for line in text.split(b'\r\n') if line]
-        return Frame(None, lines, text, raw)
-    body = match.group('body')
-    lines = body.split(b'\r\n') if body else []
-    if body.startswith(b'\r\n'):
-        lines = lines[1:]
-    return Frame(match.group('result').decode(), lines, text, raw)
 
 
 # ---- the journal ----
@@ -205,11 +154,13 @@ def parse_journal_line(line):
 class Box:
     """A board in a box running the tool (or `run`, another program) on a
     pseudo-terminal. The state directory is kept (tests read it after the
-    run); `fast` runs time twenty times faster."""
+    run); `fast` runs time twenty times faster; `scenarios` names fault
+    presets of sim/scenarios the box applies over the state."""
 
     def __init__(self, state, *, args=('-d',), board_id=None, fast=False, run=None,
-                 timeout=10, model=MODEL, env=None):
+                 timeout=10, model=MODEL, env=None, scenarios=()):
         self.state = Path(state)
+        self.scenarios = list(scenarios)
         self.state.mkdir(parents=True, exist_ok=True)
         self.args = list(args)
         self.board_id = board_id
@@ -230,6 +181,8 @@ class Box:
                      else hex(self.board_id)]
         if self.fast:
             argv.append('--fast')
+        for name in self.scenarios:
+            argv += ['--scenario', name]
         if self.run:
             return argv + ['--run'] + self.run
         return argv + ['--'] + self.args
@@ -306,8 +259,7 @@ class Box:
         return self.child.before
 
     def prompts(self):
-        model = self.model.encode()
-        return [b'\r\n<' + model + b'>', b'\r\n[' + model + b'-equipment]']
+        return prompts(self.model)
 
     def expect_prompt(self, timeout=None):
         """Waits for the next prompt of either mode; the output before it."""

@@ -3,7 +3,7 @@ for each of the few hundred would cost the box most of its start): the
 directories, BusyBox's applet links, the stand-ins and the box's own tools,
 and the names in /dev. mkroot then mounts what comes from elsewhere.
 
-    rootfiles.py ROOT BOXDIR STATE BUILD...
+    rootfiles.py ROOT BOXDIR STATE BUILD... TOOL_BUILD
 """
 import os
 import shutil
@@ -20,6 +20,7 @@ HOST_NODES = ('null', 'zero', 'full', 'random', 'urandom', 'tty')
 TOOLS = {'update': 'bin/update', 'x4tox2': 'bin/x4tox2', 'fullupgrade': 'update/fullupgrade',
          'mount': 'bin/mount', 'fatfs.py': 'bin/fatfs.py', 'emulate': 'run/boardsim/emulate'}
 TOOLS_TWICE = {'mount': 'bin/umount'}
+EM_AARCH64 = 183
 
 
 def touch(path):
@@ -63,6 +64,22 @@ def tools(root, boxdir):
             install(f'{boxdir}/{name}', f'{root}/{dest}')
 
 
+def cli(root, tool_build):
+    """cli on the shell's PATH, as on the board; the board's aarch64 build
+    runs under qemu-user (the box has no binfmt handlers)."""
+    tool = f'{tool_build}/cli'
+    if not os.path.isfile(tool):
+        return
+    with open(tool, 'rb') as prog:
+        head = prog.read(20)
+    if os.uname().machine == 'aarch64' or int.from_bytes(head[18:20], 'little') != EM_AARCH64:
+        os.symlink(tool, f'{root}/bin/cli')
+        return
+    with open(f'{root}/bin/cli', 'w') as script:
+        script.write(f'#!/bin/sh\nexec /{TOOLS["emulate"]} {tool} "$@"\n')
+    os.chmod(f'{root}/bin/cli', 0o755)
+
+
 def dev(root, state):
     # Names only: mkroot binds the host's harmless nodes over them, and the
     # preload answers the board's (the state's dev/).
@@ -98,6 +115,7 @@ def main(root, boxdir, state, *builds):
     dirs(root, builds)
     applets(root)
     tools(root, boxdir)
+    cli(root, builds[-1])
     dev(root, state)
     return 0
 
