@@ -37,7 +37,7 @@ BENCH_ARGS ?=
 
 DESTDIR    ?=
 
-.PHONY: all deps sim docs docs-check cmdref check unit e2e e2e-aarch64 sanitize tsan fuzz coverage aarch64 install bench format clean
+.PHONY: all deps sim docs docs-check cmdref check unit e2e e2e-aarch64 sanitize tsan fuzz coverage aarch64 install bench format clean harness
 
 all:
 	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -75,6 +75,10 @@ e2e: all
 	CLI_BUILD_DIR=$(abspath $(BUILD)) CLI_CONSOLE_LOG=$(abspath $(BUILD))/console.log \
 	    $(PYTEST) tests/e2e tests/pkg
 	tools/msgcov $(BUILD)/console.log*
+
+# The factory harness's own tests: its client over each transport, on the box.
+harness: all
+	CLI_BUILD_DIR=$(abspath $(BUILD)) $(PYTEST) tests/harness
 
 # The same tests, the tool being the board's binary under qemu-user; the PC
 # build still provides the box's PC side.
@@ -131,6 +135,7 @@ check: deps
 	$(MAKE) docs-check
 	$(MAKE) unit
 	$(MAKE) e2e
+	$(MAKE) harness
 	$(MAKE) sanitize
 	$(MAKE) tsan
 	$(MAKE) fuzz FUZZ_SECONDS=30

@@ -65,8 +65,8 @@ def at_end(pattern):
 class Console:
     """The tool on one board's console (see open_board)."""
 
-    def __init__(self, link, *, spec, kind, log=None):
-        self.link, self.spec, self.kind = link, spec, kind
+    def __init__(self, link, *, target, kind, log=None):
+        self.link, self.target, self.kind = link, target, kind
         # USER:PASSWORD for a console that asks for a login.
         self.login = os.environ.get('HARNESS_LOGIN')
         self.state = getattr(link, 'state', None)
@@ -129,7 +129,7 @@ class Console:
             self._start()
             self.enter_equipment()
         except EOFError:
-            raise ConsoleError(f'{self.spec}: the console ended: '
+            raise ConsoleError(f'{self.target}: the console ended: '
                                f'{protocol.decode(self._buf[-300:])!r}') from None
         return self
 
@@ -142,7 +142,7 @@ class Console:
             if index == 0 and protocol.BANNER in self._buf:
                 break
             if index is None and time.monotonic() >= deadline:
-                raise ConsoleError(f'{self.spec}: no prompt within {START_TIMEOUT:.0f} s')
+                raise ConsoleError(f'{self.target}: no prompt within {START_TIMEOUT:.0f} s')
             self._send(self._reply(index))
             self._mark = len(self._buf)
         self.model = match.group(1).decode()
@@ -158,13 +158,13 @@ class Console:
         if index is None:
             return b'\r'
         if index in self._typed:
-            raise ConsoleError(f'{self.spec}: {("cli did not start", "login refused")[index > 2]}: '
+            raise ConsoleError(f'{self.target}: {("cli did not start", "login refused")[index > 2]}: '
                                f'{protocol.decode(self._buf[-300:])!r}')
         self._typed.add(index)
         if index == 2:
             return TOOL + b'\r'
         if not self.login:
-            raise ConsoleError(f'{self.spec}: the console asks for a login; set HARNESS_LOGIN')
+            raise ConsoleError(f'{self.target}: the console asks for a login; set HARNESS_LOGIN')
         return self.login.partition(':')[0 if index == 3 else 2].encode() + b'\r'
 
     def enter_equipment(self):
@@ -173,7 +173,7 @@ class Console:
         index, _ = self._wait(self._prompts(), time.monotonic() + STEP)
         if index != 1:
             self.usable = False
-            raise ConsoleError(f'{self.spec}: no equipment prompt after en_equipment')
+            raise ConsoleError(f'{self.target}: no equipment prompt after en_equipment')
         self.mode = 'equipment'
 
     # -- commands --
@@ -182,7 +182,7 @@ class Console:
         """Types a command in equipment mode and reads its answer; a
         confirmation is answered with `answer`, or refused ('n')."""
         if not self.usable:
-            raise ConsoleError(f'{self.spec}: the console is unusable; restart it')
+            raise ConsoleError(f'{self.target}: the console is unusable; restart it')
         if '?' in command or '\t' in command:
             raise ValueError('"?" and Tab ask for help, not a command')
         if self.mode != 'equipment':
@@ -257,7 +257,7 @@ class Console:
     def restart(self):
         """A new start of the tool (a box: a new box on the same state)."""
         if not hasattr(self.link, 'restart'):
-            raise ConsoleError(f'{self.spec}: a {self.kind} board cannot be restarted from here')
+            raise ConsoleError(f'{self.target}: a {self.kind} board cannot be restarted from here')
         self.link.restart()
         return self.start()
 

@@ -1,4 +1,4 @@
-"""pytest plugin: `pytest -p harness.pytest_plugin --board SPEC` gives tests a
+"""pytest plugin: `pytest -p harness.pytest_plugin --board TARGET` gives tests a
 `board` fixture, the console client on that board (see harness/README.md).
 
     def test_temperature(board):
@@ -16,8 +16,8 @@ from .transports import open_board
 
 def pytest_addoption(parser):
     group = parser.getgroup('board', 'the board under test (harness)')
-    group.addoption('--board', metavar='SPEC',
-                    help='board spec: box[:SCENARIO+...], serial:DEVICE[:BAUD], tcp:HOST:PORT, '
+    group.addoption('--board', metavar='TARGET',
+                    help='board target: box[:SCENARIO+...], serial:DEVICE[:BAUD], tcp:HOST:PORT, '
                          'exec:COMMAND, labgrid:ENV.yaml')
     group.addoption('--real-time', action='store_true',
                     help='a box board keeps real time instead of the fast clock')
@@ -25,10 +25,10 @@ def pytest_addoption(parser):
 
 @pytest.fixture(scope='session')
 def board_console(request, tmp_path_factory):
-    spec = request.config.getoption('--board')
-    if not spec:
-        pytest.skip('no --board SPEC given')
-    console = open_board(spec, real_time=request.config.getoption('--real-time'),
+    target = request.config.getoption('--board')
+    if not target:
+        pytest.skip('no --board TARGET given')
+    console = open_board(target, real_time=request.config.getoption('--real-time'),
                          workdir=tmp_path_factory.mktemp('board'))
     yield console
     console.close()

@@ -1,4 +1,4 @@
-"""Board specs and the links behind them. Each link is a small driver:
+"""Board targets and the links behind them. Each link is a small driver:
 read(timeout) -> bytes (b'' when nothing came within timeout; EOFError once
 the far end is gone), write(bytes), close().
 
@@ -171,17 +171,17 @@ OPENERS = {
 }
 
 
-def open_board(spec, *, real_time=False, workdir=None, log=None):
-    """A Console on the board `spec` names, the tool started and in
+def open_board(target, *, real_time=False, workdir=None, log=None):
+    """A Console on the board `target` names, the tool started and in
     equipment mode. real_time: a box on the real clock, not the fast one;
     workdir: where a box keeps its state; log: a file (or path) that gets
     every byte the console shows."""
-    kind, _, rest = spec.partition(':')
+    kind, _, rest = target.partition(':')
     if kind not in OPENERS or (kind != 'box' and not rest) or (kind == 'tcp' and ':' not in rest):
-        raise ValueError(f'unknown board spec {spec!r} (box[:SCENARIO+...], serial:DEVICE[:BAUD], '
+        raise ValueError(f'unknown board target {target!r} (box[:SCENARIO+...], serial:DEVICE[:BAUD], '
                          'tcp:HOST:PORT, exec:COMMAND, labgrid:ENV.yaml)')
     link = OPENERS[kind](rest, real_time, workdir)
-    console = Console(link, spec=spec, kind=kind, log=log)
+    console = Console(link, target=target, kind=kind, log=log)
     try:
         return console.start()
     except BaseException:
