@@ -494,3 +494,20 @@ def play_transcript(box, path, timeout=None):
             box.child.send(keys)
         got = read_exactly(box.child, len(expected), timeout or box.timeout)
         assert got == expected, f'{path}:{num}: expected {expected!r}, got {got!r}'
+
+
+# ---- pytest hooks the test suites' conftest files re-export ----
+
+def pytest_configure(config):
+    config.addinivalue_line('markers', 'needs_cli: runs the built tool in the box')
+
+
+def pytest_collection_modifyitems(items):
+    """Tests marked needs_cli are skipped while the tool is not built."""
+    if tool_built():
+        return
+    import pytest
+    skip = pytest.mark.skip(reason=f'{tool_build_dir()}/cli is not built yet')
+    for item in items:
+        if item.get_closest_marker('needs_cli'):
+            item.add_marker(skip)

@@ -22,20 +22,9 @@ import pytest
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / 'sim' / 'box'))
 
-from boardbox import REPO, Box, build_dir, console_log, tool_argv, tool_build_dir, tool_built  # noqa: E402
+from boardbox import REPO, Box, build_dir, console_log, tool_argv, tool_build_dir  # noqa: E402
+from boardbox import pytest_configure, pytest_collection_modifyitems  # noqa: E402,F401
 
-
-def pytest_configure(config):
-    config.addinivalue_line('markers', 'needs_cli: runs the built tool in the box')
-
-
-def pytest_collection_modifyitems(items):
-    if tool_built():
-        return
-    skip = pytest.mark.skip(reason=f'{tool_build_dir()}/cli is not built yet')
-    for item in items:
-        if item.get_closest_marker('needs_cli'):
-            item.add_marker(skip)
 
 
 @pytest.fixture
