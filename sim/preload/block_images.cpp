@@ -3,8 +3,9 @@
 // state's image (never a device of this PC, in the box or outside it). Like
 // a block device the image keeps its size: O_TRUNC is ignored, a seek past
 // the end fails with EINVAL and a write stops at the end (a short write, and
-// ENOSPC at the end itself). Faulted reads and writes (a disk with bad
-// sectors) are decided with the other kinds' in board.cpp.
+// ENOSPC at the end itself). Sectors listed in badsectors/<name> (512-byte
+// sector numbers) cannot be read, as a medium error; other faulted reads and
+// writes are decided with the other kinds' in board.cpp.
 #include "../common/fault.h"
 #include "../common/journal.h"
 #include "../common/state.h"
@@ -19,6 +20,8 @@
 namespace bsim {
 
 namespace {
+
+constexpr off_t kSector = 512;
 
 std::string image_of(const char *path)
 {
@@ -67,6 +70,27 @@ ssize_t block_image_write(int fd, const void *buf, size_t len)
     }
     size_t room = size >= 0 && pos >= 0 ? static_cast<size_t>(size - pos) : len;
     return sys::write(fd, buf, len < room ? len : room);
+}
+
+bool block_image_unreadable(int fd, const char *path, size_t len)
+{
+    auto bad = state_read("badsectors/" + std::string(path + 5));
+    off_t pos = bad ? sys::lseek(fd, 0, SEEK_CUR) : -1;
+    if (pos < 0 || len == 0)
+        return false;
+    off_t first = pos / kSector, last = (pos + static_cast<off_t>(len) - 1) / kSector;
+    for (const std::string &word : split_words(*bad)) {
+        int64_t sector = 0;
+        if (parse_num(word, sector) && sector >= first && sector <= last) {
+            JournalLine line("read", path);
+            line.num("len", static_cast<int64_t>(len));
+            line.num("sector", sector);
+            line.finish(-1, EIO);
+            errno = EIO;
+            return true;
+        }
+    }
+    return false;
 }
 
 }  // namespace bsim

@@ -267,6 +267,8 @@ BSIM_EXPORT ssize_t read(int fd, void *buf, size_t len)
     ssize_t rc = 0;
     if (image && board_transfer_fails("read", image, len, rc))
         return rc;
+    if (image && block_image_unreadable(fd, image, len))
+        return -1;
     const char *line = image ? nullptr : board_line(fd);
     return line ? serial_line_read(line, fd, buf, len) : real().read(fd, buf, len);
 }

@@ -66,5 +66,8 @@ int block_image_open(const char *path, int flags, mode_t mode);
 // lseek and write on an image's descriptor, bounded by the image's size.
 off_t block_image_seek(int fd, off_t off, int whence);
 ssize_t block_image_write(int fd, const void *buf, size_t len);
+// True (journaled, errno EIO) when a read of len bytes from the current
+// position would touch a sector the state's badsectors/<name> lists.
+bool block_image_unreadable(int fd, const char *path, size_t len);
 
 }  // namespace bsim
