@@ -27,9 +27,11 @@ TABLE = [
     (r'test ethernet all link copper', lambda m, baud: 100),
     (r'test ethernet \S+ link', lambda m, baud: 10),
     (r'test watchdog', lambda m, baud: 5),
-    # 1 s, then 5 reads 1 s apart; the time: 20 reads 0.25 s apart.
-    (r'test nvrgps get satellite', lambda m, baud: 6),
-    (r'test nvrgps get gpstime', lambda m, baud: 6),
+    # 1 s, then 5 tries (the time: 20) of a pause (1 s; 0.25 s) and a read
+    # that waits for the receiver's next burst, up to 1 s: a receiver
+    # without a fix takes them all.
+    (r'test nvrgps get satellite', lambda m, baud: 1 + 5 * (1 + 1)),
+    (r'test nvrgps get gpstime', lambda m, baud: 1 + 20 * (0.25 + 1)),
     # A poll a second, 15 by default; the reset key: the driver's wait.
     (r'test powerkey button(?: (?P<n>\d+))?', lambda m, baud: int(m['n'] or 15) % 256),
     (r'test reset button', lambda m, baud: 30),
