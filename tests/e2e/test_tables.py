@@ -55,8 +55,8 @@ def test_every_time_zone_row_both_ways(board):
             if typed:
                 board.write('nvram/factory_timezone', typed)
                 want = f'rtc current getzone: {shown(reported, typed)}\r\nrtc factory getzone: {typed}'
-                if getzone() != want:
-                    wrong.append((reported, typed, getzone()))
+                if (answer := getzone()) != want:
+                    wrong.append((reported, typed, answer))
     assert wrong == []
 
 
