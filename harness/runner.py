@@ -20,7 +20,7 @@ from . import plan as plans
 from . import report
 from .client import ConsoleError
 from .protocol import decode
-from .transports import open_board
+from .transports import open_board, parse_target
 
 VERSION_COMMAND = 'display version mainboard'
 # Boards whose tool the runner can start again after it stopped answering.
@@ -78,9 +78,9 @@ class Progress:
     """One line per board: redrawn in place on a terminal, else a line per
     finished step."""
 
-    def __init__(self, boards, out=sys.stdout):
-        self.out, self.lock = out, threading.Lock()
-        self.tty = out.isatty()
+    def __init__(self, boards, out=None):
+        self.out, self.lock = out or sys.stdout, threading.Lock()
+        self.tty = self.out.isatty()
         self.width = max(len(b.label) for b in boards)
         self.lines = {b.label: f'{b.label:<{self.width}}  waiting' for b in boards}
         self.drawn = False
@@ -197,7 +197,7 @@ def new_board(plan, label, target):
     return BoardRecord(label, target, steps)
 
 
-def run_plan(plan, targets, options, out=sys.stdout):
+def run_plan(plan, targets, options, out=None):
     boards = [new_board(plan, label, target)
               for label, target in zip(board_labels(targets), targets)]
     progress = Progress(boards, out)
@@ -215,7 +215,8 @@ def run_plan(plan, targets, options, out=sys.stdout):
     return boards
 
 
-def summary(boards, out=sys.stdout):
+def summary(boards, out=None):
+    out = out or sys.stdout
     width = max(len('board'), *(len(b.label) for b in boards))
     print(f'\n{"board":<{width}}  passed  failed  skipped  time s  first failure', file=out)
     for b in boards:
@@ -247,7 +248,9 @@ def main(argv=None):
     args = parse_args(argv)
     try:
         plan = plans.load(args.plan)
-    except plans.PlanError as e:
+        for target in args.targets:
+            parse_target(target)
+    except (plans.PlanError, ValueError) as e:
         print(f'harness/run: {e}', file=sys.stderr)
         return 2
     if args.log_dir:
