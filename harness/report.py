@@ -70,8 +70,12 @@ def write_junit(path, plan, boards):
     tree.write(path, encoding='utf-8', xml_declaration=True)
 
 
+def _status(step):
+    return 'skipped' if step.skipped else ('passed' if step.ok else 'failed')
+
+
 def _step(step):
-    return dict(name=step.name, phase=step.phase, command=step.command,
+    return dict(name=step.name, phase=step.phase, status=_status(step), command=step.command,
                 expected=step.expected, verdict=step.verdict, ok=step.ok,
                 skipped=step.skipped, why=step.why, duration=round(step.duration, 3),
                 attempts=step.attempts, measurements=step.measurements,
