@@ -171,15 +171,21 @@ OPENERS = {
 }
 
 
+def parse_target(target):
+    """(kind, rest) of a board target; ValueError when it names none."""
+    kind, _, rest = target.partition(':')
+    if kind not in OPENERS or (kind != 'box' and not rest) or (kind == 'tcp' and ':' not in rest):
+        raise ValueError(f'unknown board target {target!r} (box[:SCENARIO+...], serial:DEVICE[:BAUD], '
+                         'tcp:HOST:PORT, exec:COMMAND, labgrid:ENV.yaml)')
+    return kind, rest
+
+
 def open_board(target, *, real_time=False, workdir=None, log=None):
     """A Console on the board `target` names, the tool started and in
     equipment mode. real_time: a box on the real clock, not the fast one;
     workdir: where a box keeps its state; log: a file (or path) that gets
     every byte the console shows."""
-    kind, _, rest = target.partition(':')
-    if kind not in OPENERS or (kind != 'box' and not rest) or (kind == 'tcp' and ':' not in rest):
-        raise ValueError(f'unknown board target {target!r} (box[:SCENARIO+...], serial:DEVICE[:BAUD], '
-                         'tcp:HOST:PORT, exec:COMMAND, labgrid:ENV.yaml)')
+    kind, rest = parse_target(target)
     link = OPENERS[kind](rest, real_time, workdir)
     console = Console(link, target=target, kind=kind, log=log)
     try:

@@ -989,15 +989,12 @@ bool help_is_any_marker(const CLI_CMD_NODE_S *pstNode)
     return pstNode->enKind != CLI_NODE_KEYWORD;
 }
 
-// The token without its trailing "?" or tab.
-size_t help_token_prefix(const char *pcToken, char *pcPrefix)
+// The length of the token without its trailing "?" or tab: the prefix is
+// compared in place, over that length, never copied.
+size_t help_prefix_len(const char *pcToken)
 {
-    tree_copy_text(pcPrefix, CLI_MAX_TOKEN_LEN, pcToken);
-    size_t ulLen = strlen(pcPrefix);
-    if (ulLen > 0) {
-        pcPrefix[--ulLen] = '\0';
-    }
-    return ulLen;
+    size_t ulLen = strnlen(pcToken, CLI_MAX_TOKEN_LEN - 1);
+    return ulLen > 0 ? ulLen - 1 : 0;
 }
 
 bool help_begins_with(const CLI_CMD_NODE_S *pstNode, const char *pcPrefix, size_t ulLen)
@@ -1053,14 +1050,55 @@ void help_complete_word(const CLI_CMD_NODE_S *pstNode, size_t ulPrefixLen)
         return;
     }
     size_t ulStart = ulLineLen - ulPrefixLen - 1;
-    tree_copy_text(gszLineBuf + ulStart, sizeof(gszLineBuf) - ulStart, pstNode->szKey);
-    size_t ulBlank = strlen(gszLineBuf);
+    size_t ulKeyLen = strnlen(pstNode->szKey, sizeof(gszLineBuf) - ulStart - 1);
+    memcpy(gszLineBuf + ulStart, pstNode->szKey, ulKeyLen);
+    size_t ulBlank = ulStart + ulKeyLen;
     if (ulBlank > sizeof(gszLineBuf) - 2) {
         ulBlank = sizeof(gszLineBuf) - 2;
     }
     gszLineBuf[ulBlank] = ' ';
     gszLineBuf[ulBlank + 1] = '\0';
     gbAutoFixed = 1;
+}
+
+// Counts the level's keywords that begin with the prefix, stopping at two,
+// and keeps the first. The level's index narrows them to one initial.
+size_t help_first_two_matches(const CLI_CMD_NODE_S *pstLevel, const char *pcPrefix, size_t ulLen,
+                              const CLI_CMD_NODE_S **ppstFirst)
+{
+    const CLI_LEVEL_INDEX_S *pstIndex = parse_level_index(pstLevel);
+    size_t ulMatches = 0;
+    if (pstIndex != nullptr && ulLen > 0) {
+        const ParseToken stTok = {pcPrefix, ulLen};
+        for (size_t i = 0; i < pstIndex->ulCount && ulMatches < 2; i++) {
+            if (pstIndex->pcInitial[i] == pcPrefix[0] &&
+                parse_rest_begins(pstIndex->ppstNode[i]->szKey, stTok)) {
+                *ppstFirst = ulMatches++ == 0 ? pstIndex->ppstNode[i] : *ppstFirst;
+            }
+        }
+        return ulMatches;
+    }
+    for (; pstLevel != nullptr && ulMatches < 2; pstLevel = pstLevel->pstBrother) {
+        if (help_begins_with(pstLevel, pcPrefix, ulLen)) {
+            *ppstFirst = ulMatches++ == 0 ? pstLevel : *ppstFirst;
+        }
+    }
+    return ulMatches;
+}
+
+bool help_has_marker(const CLI_CMD_NODE_S *pstLevel)
+{
+    const CLI_LEVEL_INDEX_S *pstIndex = parse_level_index(pstLevel);
+    if (pstIndex != nullptr) {
+        return pstIndex->apstSlot[CLI_NODE_INTEGER] != nullptr ||
+               pstIndex->apstSlot[CLI_NODE_STRING] != nullptr;
+    }
+    for (; pstLevel != nullptr; pstLevel = pstLevel->pstBrother) {
+        if (help_is_any_marker(pstLevel)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 void help_print_matches(const CLI_CMD_NODE_S *pstFrom, const char *pcPrefix, size_t ulLen)
@@ -1159,10 +1197,9 @@ int64_t CLI_PrintCmdPartHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara
     if (pcToken == nullptr || pstLevel == nullptr) {
         return -1;
     }
-    char szPrefix[CLI_MAX_TOKEN_LEN];
-    size_t ulLen = help_token_prefix(pcToken, szPrefix);
+    size_t ulLen = help_prefix_len(pcToken);
     if (pstLevel->pstBrother == nullptr) {
-        if (!help_begins_with(pstLevel, szPrefix, ulLen) && pstLevel->enKind != CLI_NODE_STRING &&
+        if (!help_begins_with(pstLevel, pcToken, ulLen) && pstLevel->enKind != CLI_NODE_STRING &&
             strcmp(pstLevel->szKey, "<Integer>)") != 0) {
             return -1;
         }
@@ -1176,7 +1213,7 @@ int64_t CLI_PrintCmdPartHelpInfo(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara
     }
     bool bAny = false;
     for (; pstLevel != nullptr; pstLevel = pstLevel->pstBrother) {
-        if (help_begins_with(pstLevel, szPrefix, ulLen)) {
+        if (help_begins_with(pstLevel, pcToken, ulLen)) {
             if (!bAny) {
                 out_put("\r\n", 2);
             }
@@ -1196,29 +1233,19 @@ int64_t CLI_PrintExternCmdPart(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara,
     if (pcToken == nullptr || pstLevel == nullptr) {
         return -1;
     }
-    char szPrefix[CLI_MAX_TOKEN_LEN];
-    size_t ulLen = help_token_prefix(pcToken, szPrefix);
+    size_t ulLen = help_prefix_len(pcToken);
     const CLI_CMD_NODE_S *pstFirst = nullptr;
-    size_t ulMatches = 0;
-    bool bMarker = false;
-    for (const CLI_CMD_NODE_S *pstNode = pstLevel; pstNode != nullptr && ulMatches < 2;
-         pstNode = pstNode->pstBrother) {
-        bMarker = bMarker || help_is_any_marker(pstNode);
-        if (help_begins_with(pstNode, szPrefix, ulLen)) {
-            pstFirst = ulMatches == 0 ? pstNode : pstFirst;
-            ulMatches++;
-        }
-    }
+    size_t ulMatches = help_first_two_matches(pstLevel, pcToken, ulLen, &pstFirst);
     if (ulMatches == 0) {
         // A parameter is expected: the operator goes on typing.
-        return bMarker ? 0 : -1;
+        return help_has_marker(pstLevel) ? 0 : -1;
     }
     if (ulMatches == 1) {
         help_complete_word(pstFirst, ulLen);
         return 0;
     }
     out_put("\r\n", 2);
-    help_print_matches(pstFirst, szPrefix, ulLen);
+    help_print_matches(pstFirst, pcToken, ulLen);
     return 0;
 }
 

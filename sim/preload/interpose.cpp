@@ -1,6 +1,6 @@
 // LD_PRELOAD front of the board simulator (libboardsim.so): thin wrappers
-// around open/openat/fopen/close/fclose/ioctl/access, read, write and lseek of the
-// disk images, the termios calls of the serial lines, socket (for its fault
+// around open/openat/fopen/close/fclose/ioctl/access, read, write, lseek and fsync
+// of the disk images, the termios calls of the serial lines, socket (for its fault
 // injection), and the clock setters (settimeofday, clock_settime) that
 // move the box's own clock. Each asks board.cpp
 // whether the path or descriptor is the board's and otherwise calls the real
@@ -124,6 +124,7 @@ const Real &bsim::real()
         next<ssize_t (*)(int, const void *, size_t)>("write"),
         next<ssize_t (*)(int, void *, size_t)>("read"),
         next<off_t (*)(int, off_t, int)>("lseek"),
+        next<int (*)(int)>("fsync"),
     };
     return r;
 }
@@ -199,6 +200,7 @@ BSIM_EXPORT FILE *fopen64(const char *path, const char *mode)
 
 BSIM_EXPORT int close(int fd)
 {
+    block_image_forget(fd);
     const char *path = board_forget(fd);
     int rc = real().close(fd);
     if (path)
@@ -209,6 +211,7 @@ BSIM_EXPORT int close(int fd)
 BSIM_EXPORT int fclose(FILE *fp)
 {
     int fd = fp ? fileno(fp) : -1;
+    block_image_forget(fd);
     const char *path = board_forget(fd);
     int rc = real().fclose(fp);
     if (path)
@@ -251,9 +254,11 @@ BSIM_EXPORT int socket(int domain, int type, int protocol) noexcept
 // reads and writes, and a serial line's writes, can be made to fail.
 BSIM_EXPORT ssize_t write(int fd, const void *buf, size_t len)
 {
+    ssize_t rc = 0;
+    if (block_quick_transfer(fd, const_cast<void *>(buf), len, true, rc))
+        return rc;
     const char *image = board_block(fd);
     const char *path = image ? image : board_line(fd);
-    ssize_t rc = 0;
     if (path && board_transfer_fails("write", path, len, rc))
         return rc;
     if (image)
@@ -263,8 +268,10 @@ BSIM_EXPORT ssize_t write(int fd, const void *buf, size_t len)
 
 BSIM_EXPORT ssize_t read(int fd, void *buf, size_t len)
 {
-    const char *image = board_block(fd);
     ssize_t rc = 0;
+    if (block_quick_transfer(fd, buf, len, false, rc))
+        return rc;
+    const char *image = board_block(fd);
     if (image && board_transfer_fails("read", image, len, rc))
         return rc;
     if (image && block_image_unreadable(fd, image, len))
@@ -273,14 +280,29 @@ BSIM_EXPORT ssize_t read(int fd, void *buf, size_t len)
     return line ? serial_line_read(line, fd, buf, len) : real().read(fd, buf, len);
 }
 
+// A seek is where a descriptor is checked to still be the image's: the
+// quick prefix's transfers in between trust it.
+static off_t seek(int fd, off_t off, int whence)
+{
+    if (board_block(fd))
+        return block_image_seek(fd, off, whence);
+    block_image_forget(fd);
+    return real().lseek(fd, off, whence);
+}
+
 BSIM_EXPORT off_t lseek(int fd, off_t off, int whence) noexcept
 {
-    return board_block(fd) ? block_image_seek(fd, off, whence) : real().lseek(fd, off, whence);
+    return seek(fd, off, whence);
 }
 
 BSIM_EXPORT off_t lseek64(int fd, off_t off, int whence) noexcept
 {
-    return board_block(fd) ? block_image_seek(fd, off, whence) : real().lseek(fd, off, whence);
+    return seek(fd, off, whence);
+}
+
+BSIM_EXPORT int fsync(int fd)
+{
+    return block_image_clean(fd) ? 0 : real().fsync(fd);
 }
 
 // The termios calls reach the kernel without our ioctl, so the serial lines

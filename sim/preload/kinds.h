@@ -69,5 +69,12 @@ ssize_t block_image_write(int fd, const void *buf, size_t len);
 // True (journaled, errno EIO) when a read of len bytes from the current
 // position would touch a sector the state's badsectors/<name> lists.
 bool block_image_unreadable(int fd, const char *path, size_t len);
+// A read or write in an image's quick prefix, served from memory (rc, true);
+// false when fd is not positioned in one.
+bool block_quick_transfer(int fd, void *buf, size_t len, bool writing, ssize_t &rc);
+// True when an fsync of fd has nothing to do: a quick image not written since.
+bool block_image_clean(int fd);
+// fd no longer names the image it did (closed, or another file behind it).
+void block_image_forget(int fd);
 
 }  // namespace bsim

@@ -30,6 +30,7 @@ struct Real {
     ssize_t (*write)(int, const void *, size_t);
     ssize_t (*read)(int, void *, size_t);
     off_t (*lseek)(int, off_t, int);
+    int (*fsync)(int);
 };
 
 const Real &real();

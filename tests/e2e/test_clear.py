@@ -16,14 +16,17 @@ MIDDLE = 0x2880000
 # command line of this script matches "dbserver" itself.
 SETUP = ('mkdir -p /var/runtime/cfg /var/runtime/mmc /var/log /var/logbackup; '
          'echo zone > /var/runtime/cfg/localtime; echo m > /var/runtime/mmc/keep; '
-         'echo x > /var/runtime/other; echo l > /var/log/msg; '
-         'cp /usr/bin/sleep /tmp/db""server; (/tmp/db""server 1000 &); ')
+         'echo x > /var/runtime/other; echo l > /var/log/msg; ')
+SERVER = 'cp /usr/bin/sleep /tmp/db""server; (/tmp/db""server 1000 &); '
+# A keeper that names the server on its command line but is a shell by name:
+# "ps | grep" finds it, killall never does.
+KEEPER = '(sh -c "sleep 1000000; :" db""server-keeper &); '
 AFTER = "; echo; echo ==; find /var/runtime /var/log /var/logbackup /var/fs_disk; ps | grep -c '[d]bserver'; true"
 
 
-def clearing_box(box_factory):
+def clearing_box(box_factory, recorder=SERVER):
     board = box_factory(fast=True, timeout=30,
-                        run=['/bin/sh', '-c', f'{SETUP}{build_dir()}/cli -d{AFTER}'])
+                        run=['/bin/sh', '-c', f'{SETUP}{recorder}{build_dir()}/cli -d{AFTER}'])
     board.attach_disk(0, 'sda', 32 << 30)
     with open(board.path('block/sda'), 'r+b') as disk:
         for s in [*range(0, 200), *range(MIDDLE - 8, MIDDLE + 136), *range(-200, 0)]:
@@ -93,6 +96,17 @@ def test_yes_wipes_formats_and_stops_the_recorder(box_factory):
     assert {b'/var/runtime/cfg/localtime', b'/var/runtime/mmc/keep'} <= set(seen)
     assert b'/var/runtime/other' not in seen and b'/var/log' not in seen
     assert seen[-1] == b'0'  # no database server left
+
+
+def test_recorder_that_survives_every_kill(box_factory):
+    board = clearing_box(box_factory, KEEPER).start()
+    board.enter_equipment()
+    # 50 tries 100 s apart: the box's clock runs a hundred times faster again.
+    board.write('clock', '+0 x2000')
+    out = answer(board, 'y')
+    assert b'\r\ndbserver kill error\n\r\nrm -rf /var/fs_disk/* success ' in out
+    assert out.endswith(b'test result:pass\r\n$$')
+    assert leave(board)[-1] == b'1'
 
 
 def test_without_data_partitions_or_disks(box_factory):

@@ -45,6 +45,22 @@ def test_sector_test_restores_every_byte(box_factory):
         b'Slot  0 write old data back to sector 1 error\r\nSlot  0 test..........error')
 
 
+def test_sectors_past_2_gib_are_put_back(box_factory):
+    # A 32-bit byte offset wraps at sector 4194304 and its seek fails: the
+    # pattern would land where the last transfer left off. The sectors
+    # before are a quick prefix, so the run gets there in seconds.
+    wrap = 1 << 22
+    board = box_factory(fast=True)
+    board.write('quick/sda', str(wrap - 4))
+    board.start().enter_equipment()
+    sda = board.path('block/sda')
+    seed(sda, range(wrap - 4, wrap + 8))
+    before = image_digest(sda)
+    frame = board.command(f'test hdd 0 0 {wrap + 4} read', timeout=600)
+    assert (frame.result, frame.body) == ('pass', b'Slot  0 test..........ok')
+    assert image_digest(sda) == before
+
+
 def test_slots_presence_and_capacity(box_factory):
     board = box_factory(fast=True)
     board.detach_disk(1)

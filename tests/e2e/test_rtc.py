@@ -66,26 +66,13 @@ def test_rtc_nodes_in_order_and_failures(box_factory, tmp_path):
     assert (frame.result, frame.body) == ('pass', b'')
 
 
-@pytest.mark.parametrize('typed, sent', [
-    ('GMT+8', 'GMT-8'), ('GMT-3.5', 'Newfoundland'), ('Tehran', 'Tehran'), ('GMT+7.5', 'GMT+7.5'),
-    ('GMT-13', 'GMT-13'), ('Europe/' + 'X' * 40, 'Europe/' + 'X' * 24),
-])
-def test_setzone_translates_to_the_driver(board, typed, sent):
+# Every row of the zone tables is in test_tables.py; here the long name's cuts.
+def test_setzone_cuts_a_long_name(board):
+    typed, sent = 'Europe/' + 'X' * 40, 'Europe/' + 'X' * 24
     frame = board.command(f'test rtc setzone {typed}')
     assert (frame.result, frame.body) == ('pass', f'TimeZone setzone: {typed[:31]}'.encode())
     assert [e['zone'] for e in board.journal('drv', 'DRV_PerpCtl', 0x1610)] == [sent]
     assert board.read('nvram/factory_timezone') == typed[:31] + '\n'
-
-
-@pytest.mark.parametrize('driver, factory, shown', [
-    ('GMT-8', 'GMT+8', 'GMT+8'), ('GMT', 'GMT+0', 'GMT+0'), ('CST', 'GMT+8', 'GMT+9.5'),
-    ('AFT', 'Kabul', 'Kabul'), ('Tehran', 'GMT+3.5', 'Tehran'), ('UTC', 'UTC', 'UTC'),
-])
-def test_getzone_translates_back(board, driver, factory, shown):
-    board.write('timezone', driver + '\n')
-    board.write('nvram/factory_timezone', factory + '\n')
-    frame = board.command('test rtc getzone')
-    assert frame.body == f'rtc current getzone: {shown}\r\nrtc factory getzone: {factory}'.encode()
 
 
 def test_zone_failures(board):

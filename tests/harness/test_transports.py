@@ -1,6 +1,7 @@
 """Each transport once, against a box: a serial line and a console server
 are socat in front of the box's console running a shell, where the client
 starts the tool by typing cli as on the board."""
+import json
 import socket
 import subprocess
 import sys
@@ -9,6 +10,7 @@ import xml.etree.ElementTree as ET
 
 import pytest
 
+from harness import runner
 from harness.protocol import BANNER
 from harness.transports import REPO, open_board
 
@@ -16,12 +18,13 @@ pytestmark = pytest.mark.needs_cli
 SHELL = f'EXEC:{REPO}/sim/boardsim --fast --run /bin/sh,pty,setsid,ctty,stderr'
 
 
-def smoke(console):
-    assert BANNER in console.banner
-    version = console.run('display version mainboard')
-    assert version.passed and 'BOARD' in version.text
-    refused = console.run('test mainboard temperature 200 60')
-    assert (refused.verdict, refused.caret) == ('refused', 27)
+def smoke(target, tmp_path):
+    """The shipped smoke plan through the runner, as a factory would run it."""
+    report = tmp_path / 'smoke.json'
+    assert runner.main([str(REPO / 'harness/plans/smoke.toml'), '--board', target,
+                        '--json', str(report)]) == 0
+    board = json.loads(report.read_text())['boards'][0]
+    assert BANNER.decode() in board['banner'] and 'BOARD' in board['version']
 
 
 def socat(address, ready):
@@ -42,9 +45,8 @@ def shell_tty(tmp_path):
     proc.wait(10)
 
 
-def test_serial(shell_tty):
-    with open_board(f'serial:{shell_tty}:115200') as console:
-        smoke(console)
+def test_serial(shell_tty, tmp_path):
+    smoke(f'serial:{shell_tty}:115200', tmp_path)
 
 
 def test_labgrid_finds_a_tool_left_running(shell_tty, tmp_path):
@@ -55,11 +57,10 @@ def test_labgrid_finds_a_tool_left_running(shell_tty, tmp_path):
     env = tmp_path / 'env.yaml'
     env.write_text(f'targets:\n  main:\n    resources:\n      RawSerialPort:\n'
                    f'        port: {shell_tty}\n    drivers:\n      SerialDriver: {{}}\n')
-    with open_board(f'labgrid:{env}') as console:
-        smoke(console)
+    smoke(f'labgrid:{env}', tmp_path)
 
 
-def test_tcp():
+def test_tcp(tmp_path):
     with socket.socket() as probe:
         probe.bind(('127.0.0.1', 0))
         port = probe.getsockname()[1]
@@ -70,8 +71,7 @@ def test_tcp():
             return any(f'0100007F:{port:04X}' in line and ' 0A ' in line for line in table)
     proc = socat(f'TCP-LISTEN:{port},bind=127.0.0.1,reuseaddr', listening)
     try:
-        with open_board(f'tcp:127.0.0.1:{port}') as console:
-            smoke(console)
+        smoke(f'tcp:127.0.0.1:{port}', tmp_path)
     finally:
         proc.terminate()
         proc.wait(10)
@@ -82,7 +82,7 @@ def test_exec_logs_in_and_restarts(monkeypatch):
     login = ('printf "board login: "; read u; printf "Password: "; read p; '
              f'[ "$u:$p" = root:secret ] && exec {REPO}/sim/boardsim --fast -- -d')
     with open_board(f'exec:{login}') as console:
-        smoke(console)
+        assert console.run('display version mainboard').passed
         console.restart()
         assert console.run('test led on').passed
 

@@ -1,0 +1,116 @@
+"""The runner end to end on a box: verdicts against expectations, limits,
+retries, a restart after the tool went silent, a stop, and both reports
+read back as a CI server and a production system would."""
+import json
+import shutil
+import xml.etree.ElementTree as ET
+
+import pytest
+
+from harness import runner
+from harness.transports import REPO
+
+PLAN = '''
+name = "runner"
+[[setup]]
+name = "server"
+command = "set serverip 192.168.1.1"
+
+[[steps]]
+name = "leds"
+command = "test led on"
+
+[[steps]]
+name = "clock unset"
+command = "test rtc gettime"
+expect = "fail"
+
+[[steps]]
+name = "temperature"
+command = "test mainboard temperature 0 85"
+  [[steps.measure]]
+  pattern = '(?m)^\\d+\\s+-?\\d+\\s+(?P<main>-?\\d+)\\s'
+  main = { low = 0, high = 85, unit = "degC" }
+
+[[steps]]
+name = "temperature tight"
+command = "test mainboard temperature 0 85"
+retries = 1
+continue_on_fail = true
+  [[steps.measure]]
+  pattern = '(?m)^\\d+\\s+-?\\d+\\s+(?P<main>-?\\d+)\\s'
+  main = { high = 1 }
+
+[[steps]]
+name = "silent receiver"
+command = "test nvrgps get satellite 0"
+timeout = 1
+continue_on_fail = true
+
+[[steps]]
+name = "after restart"
+command = "test led off"
+
+[[steps]]
+name = "clock"
+command = "test rtc gettime"
+
+[[steps]]
+name = "never"
+command = "test led on"
+'''
+
+
+@pytest.mark.needs_cli
+def test_plan_on_a_box_and_its_reports(tmp_path, capsys):
+    plan = tmp_path / 'plan.toml'
+    plan.write_text(PLAN)
+    # A GPS receiver that sends nothing: the tool's read blocks for good.
+    serial = tmp_path / 'work' / 'box' / 'state' / 'serial'
+    shutil.copytree(REPO / 'sim' / 'default-state' / 'serial', serial)
+    (serial / 'ttyS9').write_text('gps silent\n')
+    junit, record = tmp_path / 'r.xml', tmp_path / 'r.json'
+    status = runner.main([str(plan), '--board', 'box', '--workdir', str(tmp_path / 'work'),
+                          '--junit', str(junit), '--json', str(record)])
+    assert status == 1
+    summary = capsys.readouterr().out.splitlines()[-2:]
+    assert summary[0].split()[:4] == ['box', '5', '3', '1'], summary
+    assert 'temperature tight: main=' in summary[0] and summary[1] == '0 of 1 boards passed'
+
+    suites = ET.parse(junit).getroot()
+    assert suites.tag == 'testsuites'
+    assert [suites.get(k) for k in ('tests', 'failures', 'errors', 'skipped')] == ['9', '3', '0', '1']
+    suite, = suites.findall('testsuite')
+    cases = {c.get('name'): c for c in suite.findall('testcase')}
+    assert list(cases) == ['server', 'leds', 'clock unset', 'temperature', 'temperature tight',
+                           'silent receiver', 'after restart', 'clock', 'never']
+    failed = {name for name, c in cases.items() if c.find('failure') is not None}
+    assert failed == {'temperature tight', 'silent receiver', 'clock'}
+    assert cases['never'].find('skipped') is not None
+    assert 'test rtc gettime' in cases['clock'].find('failure').text
+    props = {p.get('name'): p.get('value') for p in cases['temperature'].iter('property')}
+    assert 0 <= int(props['temperature.main']) <= 85
+    assert props['temperature.main.limits'] == 'low=0 high=85 unit=degC'
+
+    board, = json.loads(record.read_text())['boards']
+    assert 'EQUIPMENT_TEST_OK' in board['banner'] and 'BOARD' in board['version']
+    steps = {s['name']: s for s in board['steps']}
+    assert steps['temperature tight']['attempts'] == 2
+    assert steps['temperature tight']['measurements'][0]['limits'] == {'high': 1}
+    assert steps['silent receiver']['verdict'] == 'timeout'
+    assert steps['after restart']['ok'] and steps['clock unset']['ok']
+    assert steps['clock']['why'].startswith('verdict fail, expected pass')
+
+
+@pytest.mark.parametrize('plan, message', [
+    ('name = "x"\n[[steps]]\nname = "a"\ncommand = "test led on"\nexpct = "fail"\n', "unknown key 'expct'"),
+    ('name = "x"\n[[steps]]\nname = "a"\ncommand = "c"\n[[steps]]\nname = "a"\ncommand = "d"\n',
+     "'a' used twice"),
+    ('name = "x"\n[[steps]]\nname = "a"\ncommand = "c"\n[[steps.measure]]\npattern = "(?P<t>\\\\d+)"\n'
+     'v = { high = 1 }\n', "'v', which the pattern does not name"),
+])
+def test_bad_plans_are_refused_before_any_board(tmp_path, capsys, plan, message):
+    path = tmp_path / 'plan.toml'
+    path.write_text(plan)
+    assert runner.main([str(path), '--board', 'box']) == 2
+    assert message in capsys.readouterr().err
