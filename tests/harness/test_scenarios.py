@@ -7,7 +7,6 @@ import os
 import re
 import subprocess
 import sys
-import tempfile
 
 import pytest
 
@@ -63,9 +62,8 @@ def test_the_plan_fails_exactly_what_each_fault_breaks(tmp_path):
 
 
 @pytest.mark.needs_cli
-def test_a_flat_rtc_battery_loses_the_time_over_a_power_cycle():
-    with tempfile.TemporaryDirectory() as work, \
-            open_board('box:rtc-battery-flat', workdir=work) as board:
+def test_a_flat_rtc_battery_loses_the_time_over_a_power_cycle(tmp_path):
+    with open_board('box:rtc-battery-flat', workdir=tmp_path) as board:
         assert board.run('test rtc settime 08:00:00 2026-01-01').passed
         assert '2026-01-01' in board.run('test rtc gettime').text
         board.restart()
