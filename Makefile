@@ -15,6 +15,8 @@
 # make install  install the board's files from the aarch64 build (DESTDIR=... as usual)
 # make bench    build a Release tree and run the engine benchmark (against libcli when installed;
 #               BENCH_ARGS="--benchmark_filter=engine/" passes Google Benchmark options)
+# make bench-harness  the factory plan on 1, 4, 16 and 64 simulated boards at once
+#               (SCALE_ARGS="--real-time --sizes 1,64" passes bench/harness_scale options)
 
 BUILD      ?= build
 BUILD_SAN  ?= build-san
@@ -34,10 +36,11 @@ ARGS       ?=
 STATE      ?= $(BUILD)/sim-state
 SCENARIO   ?=
 BENCH_ARGS ?=
+SCALE_ARGS ?=
 
 DESTDIR    ?=
 
-.PHONY: all deps sim docs docs-check cmdref check unit e2e e2e-aarch64 sanitize tsan fuzz coverage aarch64 install bench format clean harness
+.PHONY: all deps bench-harness sim docs docs-check cmdref check unit e2e e2e-aarch64 sanitize tsan fuzz coverage aarch64 install bench format clean harness
 
 all:
 	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -142,6 +145,9 @@ check: deps
 	$(MAKE) e2e-aarch64
 
 # Timings mean something only with the optimiser on.
+bench-harness: all
+	CLI_BUILD_DIR=$(abspath $(BUILD)) bench/harness_scale $(SCALE_ARGS)
+
 bench: deps
 	@test -f $(BUILD_REL)/CMakeCache.txt || cmake -S . -B $(BUILD_REL) -DCMAKE_BUILD_TYPE=Release
 	cmake --build $(BUILD_REL) -j $(JOBS) --target cli_bench

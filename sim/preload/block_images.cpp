@@ -11,8 +11,7 @@
 // lets a test reach the far sectors of a large disk without paying for the
 // near ones: those sectors read as zeros whatever the image holds, what is
 // written there stays in the writing process's memory (a sector written back
-// to zeros is forgotten), they are never journaled or faulted, and an fsync
-// with nothing written to the image since the last one costs nothing. A
+// to zeros is forgotten), they are never journaled or faulted. A
 // transfer across the prefix's end stops there (a short transfer).
 #include "../common/fault.h"
 #include "../common/journal.h"
@@ -54,7 +53,6 @@ struct Quick {
     off_t limit = 0;     // the prefix, in bytes
     off_t size = 0;      // an image keeps its size: no fstat per seek
     off_t pos = -1;      // the position while it lies in the prefix, else -1
-    bool dirty = false;  // the image was written since the last fsync
     std::map<off_t, std::array<unsigned char, kSector>> kept;  // sectors not zero
 };
 
@@ -140,17 +138,6 @@ bool block_quick_transfer(int fd, void *buf, size_t len, bool writing, ssize_t &
     return true;
 }
 
-bool block_image_clean(int fd)
-{
-    if (!g_anyQuick.load())
-        return false;
-    std::lock_guard<std::mutex> hold(g_quickLock);
-    auto it = g_quick.find(fd);
-    if (it == g_quick.end())
-        return false;
-    return !std::exchange(it->second.dirty, false);
-}
-
 void block_image_forget(int fd)
 {
     if (!g_anyQuick.load())
@@ -203,13 +190,7 @@ ssize_t block_image_write(int fd, const void *buf, size_t len)
         return -1;
     }
     size_t room = size >= 0 && pos >= 0 ? static_cast<size_t>(size - pos) : len;
-    ssize_t rc = sys::write(fd, buf, len < room ? len : room);
-    if (rc > 0 && g_anyQuick.load()) {
-        std::lock_guard<std::mutex> hold(g_quickLock);
-        if (auto it = g_quick.find(fd); it != g_quick.end())
-            it->second.dirty = true;
-    }
-    return rc;
+    return sys::write(fd, buf, len < room ? len : room);
 }
 
 bool block_image_unreadable(int fd, const char *path, size_t len)

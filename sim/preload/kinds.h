@@ -72,8 +72,6 @@ bool block_image_unreadable(int fd, const char *path, size_t len);
 // A read or write in an image's quick prefix, served from memory (rc, true);
 // false when fd is not positioned in one.
 bool block_quick_transfer(int fd, void *buf, size_t len, bool writing, ssize_t &rc);
-// True when an fsync of fd has nothing to do: a quick image not written since.
-bool block_image_clean(int fd);
 // fd no longer names the image it did (closed, or another file behind it).
 void block_image_forget(int fd);
 
