@@ -84,7 +84,6 @@ class Progress:
         self.width = max(len(b.label) for b in boards)
         self.lines = {b.label: f'{b.label:<{self.width}}  waiting' for b in boards}
         self.drawn = False
-        self.started = time.monotonic()
 
     def update(self, board, text, done_line=None):
         with self.lock:
