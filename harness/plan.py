@@ -3,6 +3,10 @@ line with the verdict it wants and the values it measures, OpenHTF-style:
 a regular expression's named groups, each with its limits.
 
     name = "smoke"
+    version = "3"                   # the plan's own revision, kept in the record
+    serial_pattern = 'PLM7140[A-D]\\d{10}'  # what a scanned serial number must look like
+    [identity]                      # read once after the tool starts
+    board = { command = "display version mainboard", pattern = 'BOARD\\s*: (\\S+)' }
     [defaults]                      # any step key, for every step lacking it
     continue_on_fail = true
     [[setup]]
@@ -19,6 +23,7 @@ a regular expression's named groups, each with its limits.
       pattern = 'temperature (?P<main>-?\\d+)'
       main = { low = 0, high = 85, unit = "degC" }
 """
+import hashlib
 import re
 import tomllib
 from dataclasses import dataclass, field
@@ -81,12 +86,32 @@ class Step:
 
 
 @dataclass
+class Identity:
+    """A value that tells which board this is: the one group of `pattern`
+    in what `command` prints."""
+    name: str
+    command: str
+    pattern: str
+
+    def read(self, text):
+        match = re.search(self.pattern, text)
+        return match.group(1) if match else None
+
+
+@dataclass
 class Plan:
     name: str
     description: str
     setup: list
     steps: list
     path: Path
+    version: str = ''
+    identity: list = field(default_factory=list)
+    serial_pattern: str | None = None
+    sha256: str = ''
+
+    def serial_ok(self, serial):
+        return self.serial_pattern is None or re.fullmatch(self.serial_pattern, serial) is not None
 
 
 @dataclass
@@ -175,13 +200,42 @@ def _step(where, raw, defaults):
                 raw.get('answer'), retries, bool(raw.get('continue_on_fail', False)), measures)
 
 
-def load(path):
-    path = Path(path)
+def _identity(where, raw):
+    if not isinstance(raw, dict):
+        raise PlanError(f'{where}: identity must be a table of named values')
+    found = []
+    for name, value in raw.items():
+        if not isinstance(value, dict) or set(value) != {'command', 'pattern'}:
+            raise PlanError(f'{where}: identity {name} needs a command and a pattern, nothing else')
+        try:
+            groups = re.compile(value['pattern']).groups
+        except (re.error, TypeError) as e:
+            raise PlanError(f'{where}: identity {name}: bad pattern: {e}') from None
+        if groups != 1:
+            raise PlanError(f'{where}: identity {name}: the pattern must have exactly one group')
+        found.append(Identity(name, value['command'], value['pattern']))
+    return found
+
+
+def _serial_pattern(where, raw):
+    if raw is None:
+        return None
     try:
-        data = tomllib.loads(path.read_text(encoding='utf-8'))
-    except (OSError, tomllib.TOMLDecodeError) as e:
+        re.compile(raw)
+    except (re.error, TypeError) as e:
+        raise PlanError(f'{where}: bad serial_pattern: {e}') from None
+    return raw
+
+
+def load(path):
+    path = Path(path).resolve()
+    try:
+        blob = path.read_bytes()
+        data = tomllib.loads(blob.decode('utf-8'))
+    except (OSError, UnicodeDecodeError, tomllib.TOMLDecodeError) as e:
         raise PlanError(f'{path}: {e}') from None
-    bad = set(data) - {'name', 'description', 'defaults', 'setup', 'steps'}
+    bad = set(data) - {'name', 'description', 'version', 'identity', 'serial_pattern',
+                       'defaults', 'setup', 'steps'}
     if bad:
         raise PlanError(f'{path}: unknown key {sorted(bad)[0]!r}')
     if not isinstance(data.get('name'), str):
@@ -195,7 +249,9 @@ def load(path):
         raise PlanError(f'{path}: step name {twice[0]!r} used twice')
     if not steps:
         raise PlanError(f'{path}: the plan has no steps')
-    return Plan(data['name'], data.get('description', ''), setup, steps, path)
+    return Plan(data['name'], data.get('description', ''), setup, steps, path,
+                str(data.get('version', '')), _identity(path, data.get('identity', {})),
+                _serial_pattern(path, data.get('serial_pattern')), hashlib.sha256(blob).hexdigest())
 
 
 def _first_line(result):
