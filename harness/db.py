@@ -124,6 +124,9 @@ class _SQLite:
             _quietly(cur.execute, 'ROLLBACK')
             raise
 
+    def batch(self, statements):
+        self.transaction(lambda run: [run(*s) for s in statements])
+
     def fix(self, row):
         return tuple(row)
 
@@ -140,6 +143,7 @@ class _Postgres:
         self.lost = (psycopg2.OperationalError, psycopg2.InterfaceError)
         try:
             self.conn = psycopg2.connect(url, connect_timeout=10)
+            self.conn.autocommit = True     # transactions are ours: a call is one round trip
         except psycopg2.Error as e:
             reason = ' '.join(str(e).split())
             raise RecordError(f'cannot open the database {_shown(url)}: {reason}') from None
@@ -152,13 +156,21 @@ class _Postgres:
             m.group(), m.group().replace('%', '%%')), re.sub(r'\bBLOB\b', 'BYTEA', text))
 
     def transaction(self, work):
+        cur = self.conn.cursor()
+        cur.execute('BEGIN')
         try:
-            result = work(_runner(self.conn.cursor(), self.sql, _pg))
-            self.conn.commit()
+            result = work(_runner(cur, self.sql, _pg))
+            cur.execute('COMMIT')
             return result
         except BaseException:
-            _quietly(self.conn.rollback)
+            _quietly(cur.execute, 'ROLLBACK')
             raise
+
+    def batch(self, statements):
+        # Statements sent as one text are one transaction, in one round trip.
+        cur = self.conn.cursor()
+        cur.execute(b'; '.join(cur.mogrify(self.sql(sql), [_pg(p) for p in params])
+                               for sql, params in statements))
 
     def fix(self, row):
         return tuple(bytes(v) if isinstance(v, memoryview) else v for v in row)
@@ -306,7 +318,7 @@ class Record:
         with self._lock:
             if not self.spool:
                 try:
-                    self._db.transaction(lambda run: [run(*s) for s in statements])
+                    self._db.batch(statements)
                     return
                 except self._db.lost as e:
                     self._lose(e)
