@@ -92,6 +92,7 @@ def _insert(table, keys):
 class _SQLite:
     kind = 'sqlite'
     lost = (sqlite3.OperationalError, sqlite3.InterfaceError)
+    error = sqlite3.Error
 
     def __init__(self, url):
         path = Path(url[len('sqlite:///'):])
@@ -141,6 +142,7 @@ class _Postgres:
         if psycopg2 is None:
             raise RecordError(f'cannot open {_shown(url)}: python3-psycopg2 is not installed')
         self.lost = (psycopg2.OperationalError, psycopg2.InterfaceError)
+        self.error = psycopg2.Error
         try:
             self.conn = psycopg2.connect(url, connect_timeout=10)
             self.conn.autocommit = True     # transactions are ours: a call is one round trip
@@ -218,7 +220,7 @@ def _check_dir(url, path):
 
 
 def _driver(url):
-    if url.startswith('sqlite:///'):
+    if url.startswith('sqlite:///') and len(url) > len('sqlite:///'):
         return _SQLite(url)
     if url.startswith(('postgresql://', 'postgres://')):
         return _Postgres(url)
@@ -255,9 +257,10 @@ def open_record(url, spool_dir=None):
     except RecordError:
         db.close()
         raise
-    except db.lost as e:
+    except db.error as e:
         db.close()
-        raise RecordError(f'cannot open the database {_shown(url)}: {e}') from None
+        reason = ' '.join(str(e).split())
+        raise RecordError(f'cannot open the database {_shown(url)}: {reason}') from None
     return Record(db, spool_dir)
 
 
@@ -268,7 +271,7 @@ class Record:
         self._db = db
         self.kind = db.kind
         self.spool = None
-        self._spool_dir = Path(spool_dir or '.')
+        self._spool_dir = Path(spool_dir or '.').absolute()
         self._lock = threading.Lock()
         self._run_id = None
 
@@ -306,7 +309,10 @@ class Record:
         with self._lock:
             if self.spool:
                 raise RecordError(f'the database is lost; the records are in {self.spool}')
-            rows = self._db.transaction(lambda run: run(sql, params))
+            try:
+                rows = self._db.transaction(lambda run: run(sql, params))
+            except self._db.error as e:
+                raise RecordError(f"the query failed: {' '.join(str(e).split())}") from None
         return [self._db.fix(r) for r in rows]
 
     def close(self):
