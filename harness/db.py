@@ -89,8 +89,33 @@ def _insert(table, keys):
 
 # -- the two drivers -------------------------------------------------------
 
-class _SQLite:
+class _Driver:
+    begin = 'BEGIN'
+
+    @staticmethod
+    def adapt(value):
+        return value
+
+    def transaction(self, work):
+        """WORK(run) in one transaction; run(sql, params) gives the rows."""
+        cur = self.conn.cursor()
+        cur.execute(self.begin)
+        try:
+            result = work(_runner(cur, self.sql, self.adapt))
+            cur.execute('COMMIT')
+            return result
+        except BaseException:
+            _quietly(cur.execute, 'ROLLBACK')
+            raise
+
+    def close(self):
+        self.conn.close()
+
+
+class _SQLite(_Driver):
     kind = 'sqlite'
+    # The write lock at once: a reader that turns writer waits no busy timeout.
+    begin = 'BEGIN IMMEDIATE'
     lost = (sqlite3.OperationalError, sqlite3.InterfaceError)
     error = sqlite3.Error
 
@@ -114,28 +139,14 @@ class _SQLite:
     def sql(text):
         return text
 
-    def transaction(self, work):
-        cur = self.conn.cursor()
-        cur.execute('BEGIN IMMEDIATE')
-        try:
-            result = work(_runner(cur, self.sql, lambda v: v))
-            cur.execute('COMMIT')
-            return result
-        except BaseException:
-            _quietly(cur.execute, 'ROLLBACK')
-            raise
-
     def batch(self, statements):
         self.transaction(lambda run: [run(*s) for s in statements])
 
     def fix(self, row):
         return tuple(row)
 
-    def close(self):
-        self.conn.close()
 
-
-class _Postgres:
+class _Postgres(_Driver):
     kind = 'postgresql'
 
     def __init__(self, url):
@@ -157,28 +168,19 @@ class _Postgres:
         return re.sub(r"'[^']*'|\?|%", lambda m: {'?': '%s', '%': '%%'}.get(
             m.group(), m.group().replace('%', '%%')), re.sub(r'\bBLOB\b', 'BYTEA', text))
 
-    def transaction(self, work):
-        cur = self.conn.cursor()
-        cur.execute('BEGIN')
-        try:
-            result = work(_runner(cur, self.sql, _pg))
-            cur.execute('COMMIT')
-            return result
-        except BaseException:
-            _quietly(cur.execute, 'ROLLBACK')
-            raise
-
     def batch(self, statements):
         # Statements sent as one text are one transaction, in one round trip.
         cur = self.conn.cursor()
-        cur.execute(b'; '.join(cur.mogrify(self.sql(sql), [_pg(p) for p in params])
+        cur.execute(b'; '.join(cur.mogrify(self.sql(sql), [self.adapt(p) for p in params])
                                for sql, params in statements))
+
+    @staticmethod
+    def adapt(value):
+        # PostgreSQL's text refuses NUL; the raw bytes keep the console as it was.
+        return value.replace('\x00', '\ufffd') if isinstance(value, str) else value
 
     def fix(self, row):
         return tuple(bytes(v) if isinstance(v, memoryview) else v for v in row)
-
-    def close(self):
-        self.conn.close()
 
 
 def _runner(cur, translate, adapt):
@@ -186,11 +188,6 @@ def _runner(cur, translate, adapt):
         cur.execute(translate(sql), [adapt(p) for p in params])
         return cur.fetchall() if cur.description else []
     return run
-
-
-def _pg(value):
-    # PostgreSQL's text refuses NUL; the raw bytes keep the console as it was.
-    return value.replace('\x00', '\ufffd') if isinstance(value, str) else value
 
 
 def _quietly(call, *args):
