@@ -132,6 +132,7 @@ class _SQLite(_Driver):
             # Each commit survives the runner's death (SIGKILL); only a power
             # cut may take the last few, for no fsync per step.
             self.conn.execute('PRAGMA synchronous = NORMAL')
+            self.conn.execute('PRAGMA foreign_keys = ON')     # as PostgreSQL does
         except sqlite3.Error as e:
             raise RecordError(f'cannot open the database {url}: {e}') from None
 

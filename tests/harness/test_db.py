@@ -97,6 +97,8 @@ def test_older_schema_upgraded_in_place_newer_refused(db_url, monkeypatch):
     assert record.query('SELECT id, station FROM runs') == [(run, 'old')]
     with pytest.raises(RecordError, match='^the query failed: .*nope'):
         record.query('SELECT nope FROM runs')
+    with pytest.raises(RecordError, match='^the database refused the step: (?i:.*foreign key)'):
+        record.add_step('no such visit', step(0))
     write_run(record, 'new', 2, 3)                      # the events table is there now
     record.query('UPDATE schema_version SET version = 99')
     with pytest.raises(RecordError, match=f"schema version 99 is newer than this harness's "
