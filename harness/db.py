@@ -156,7 +156,11 @@ class _Postgres(_Driver):
         self.lost = (psycopg2.OperationalError, psycopg2.InterfaceError)
         self.error = psycopg2.Error
         try:
-            self.conn = psycopg2.connect(url, connect_timeout=10)
+            # A server whose host vanished, not even refusing, is found lost
+            # within seconds rather than holding every board's next step.
+            self.conn = psycopg2.connect(url, connect_timeout=10, keepalives_idle=5,
+                                         keepalives_interval=2, keepalives_count=3,
+                                         tcp_user_timeout=10000)
             self.conn.autocommit = True     # transactions are ours: a call is one round trip
         except psycopg2.Error as e:
             reason = ' '.join(str(e).split())
@@ -475,16 +479,21 @@ def _decode(obj):
 def import_spool(record, path):
     """Load a spool's calls into RECORD in their order; the count of calls.
     Loading one twice changes nothing."""
+    try:
+        lines = Path(path).read_text(encoding='utf-8').splitlines()
+    except (OSError, UnicodeError) as e:
+        raise RecordError(f'cannot read the spool {path}: {e}') from None
     count = 0
-    with open(path, encoding='utf-8') as f:
-        for n, line in enumerate(f, 1):
-            if not line.strip():
-                continue
-            try:
-                entry = json.loads(line, object_hook=_decode)
-                getattr(_Calls, entry['call'])
-            except (ValueError, KeyError, AttributeError, TypeError):
-                raise RecordError(f'{path}:{n}: not a line of a results spool') from None
-            record._call(entry['call'], *entry['args'])
-            count += 1
+    for n, line in enumerate(lines, 1):
+        if not line.strip():
+            continue
+        try:
+            entry = json.loads(line, object_hook=_decode)
+            getattr(_Calls, entry['call'])
+        except (ValueError, KeyError, AttributeError, TypeError):
+            raise RecordError(f'{path}:{n}: not a line of a results spool') from None
+        record._call(entry['call'], *entry['args'])
+        if record.spool:    # lost again: what is left stays in the spool
+            raise RecordError(f'the database went away at {path}:{n}; import it again later')
+        count += 1
     return count
