@@ -398,9 +398,13 @@ def since(text):
     return text
 
 
+class Parser(argparse.ArgumentParser):
+    def error(self, message):
+        self.exit(2, f'{self.prog}: {message} (--help says more)\n')
+
+
 def parser():
-    ap = argparse.ArgumentParser(prog='harness/results',
-                                 description="Answers from the record's database.")
+    ap = Parser(prog='harness/results', description="Answers from the record's database.")
     ap.add_argument('--db', default=DEFAULT_DB, metavar='URL',
                     help=f'the database (default {DEFAULT_DB})')
     ap.add_argument('--json', action='store_true', help='one JSON document, for machines')
