@@ -12,14 +12,15 @@ from harness import results
 from harness.db import open_record
 
 # serial, day, time, station, verdict, temperature, failed steps and why, usb speed
+# and its low limit (one plan's own)
 VISITS = [
     ('SN1', 24, '10:00', 'line1', 'fail', 91, {'temperature': 'mainboard 91 above 85'}, None),
-    ('SN2', 24, '11:00', 'line1', 'pass', 50, {}, 30),
+    ('SN2', 24, '11:00', 'line1', 'pass', 50, {}, (30, 20)),
     (None, 24, '12:00', 'line1', 'fail', 88, {'temperature': 'mainboard 88 above 85'}, None),
     ('SN6', 24, '13:00', 'line1', 'fail', 52, {'usb rw': 'no stick in usb 2'}, None),
-    ('SN1', 25, '09:00', 'line1', 'pass', 60, {}, 34),
+    ('SN1', 25, '09:00', 'line1', 'pass', 60, {}, (34, 20)),
     ('SN6', 25, '09:30', 'line1', 'fail', 58, {'usb rw': 'no stick in usb 2'}, None),
-    ('SN5', 25, '10:00', 'line2', 'fail', 91, {'temperature': 'mainboard 91 above 85'}, 32),
+    ('SN5', 25, '10:00', 'line2', 'fail', 91, {'temperature': 'mainboard 91 above 85'}, (32, 25)),
     ('SN3', 25, '11:00', 'line1', None, 55, {}, None),           # its runner was killed
     ('SN4', 25, '12:00', 'line1', 'interrupted', 54, {}, None),
 ]
@@ -31,7 +32,7 @@ def write_visit(rec, run, serial, day, time, station, verdict, temp, failed, spe
                                       station=station, operator='ana', started=at))
     for seq, name, meas in ((0, 'temperature', dict(name='mainboard', value=temp, low=0,
                                                     high=85, unit='degC')),
-                            (1, 'usb rw', speed and dict(name='speed', value=speed, low=20))):
+                            (1, 'usb rw', speed and dict(name='speed', value=speed[0], low=speed[1]))):
         rec.add_step(visit, dict(seq=seq, name=name, phase='step', status='failed'
                                  if name in failed else 'passed', why=failed.get(name),
                                  started=at, measurements=[meas] if meas else []))
@@ -130,9 +131,12 @@ def test_measure_statistics_cpk_and_histogram(url, capsys):
     lines = out.splitlines()
     assert 'n 9' in lines[0] and 'Cpk 0.34' in lines[0] and lines[1] == '  ---- low 0 ----'
     assert lines[2 + 11].endswith('<- high 85') and lines[-1].rstrip().endswith('2')
-    # One limit: the side it has. 30, 34, 32 MB/s against low 20: (32 - 20) / (3 * 2).
+    # One limit: the side it has. 30, 34, 32 MB/s against the commonest low,
+    # 20: (32 - 20) / (3 * 2).
     speed = ask_json(url, 'measure', 'usb rw.speed', capsys=capsys)
-    assert (speed['n'], speed['mean'], speed['stdev'], speed['cpk']) == (3, 32, 2, 2)
+    assert (speed['n'], speed['mean'], speed['stdev'], speed['low'], speed['limit_sets'],
+            speed['cpk']) == (3, 32, 2, 20, 2, 2)
+    assert 'limits changed' in ask(url, 'measure', 'usb rw.speed', capsys=capsys)[1]
 
 
 @pytest.mark.parametrize('mean, sd, low, high, cpk', [
