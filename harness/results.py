@@ -329,14 +329,18 @@ def svg(fig, salt):
 def yield_plot(ys):
     fig = figure()
     ax = fig.subplots()
-    days = [r['day'] for r in ys['days'] if r['boards']]
+    rows = [r for r in ys['days'] if r['boards']]
+    days = [r['day'] for r in rows]
+    lowest = 100
     for key, label in (('first_pass_yield', 'first pass'), ('final_yield', 'final')):
-        ax.plot(days, [100 * r[key] for r in ys['days'] if r['boards']], marker='o',
-                label=label)
+        values = [100 * r[key] for r in rows]
+        lowest = min([lowest] + values)
+        ax.plot(days, values, marker='o', label=label)
     ax.set_ylabel('yield %')
-    ax.set_ylim(0, 102)
-    ax.legend(loc='lower right')
+    ax.set_ylim(max(0, lowest - 5), 100.5)
+    ax.set_xticks(days[::-(-len(days) // 12) or 1])    # a dozen dates at most
     ax.tick_params(axis='x', labelrotation=45)
+    ax.legend(loc='lower right')
     return svg(fig, 'yield')
 
 
@@ -439,10 +443,7 @@ def open_db(url, command):
         path = Path(url[len('sqlite:///'):])
         if not path.is_file():
             raise Refused(f'no database at {path}')
-    try:
-        return db.open_record(url)
-    except db.RecordError as e:
-        raise Refused(str(e)) from None
+    return db.open_record(url)
 
 
 def answer(rec, args):
@@ -472,9 +473,9 @@ def main(argv=None):
             result, text = answer(rec, args)
         finally:
             rec.close()
-    except Refused as e:
+    except (Refused, db.RecordError) as e:
         print(f'results: {e}', file=sys.stderr)
-        return e.status
+        return getattr(e, 'status', 2)
     except OSError as e:
         print(f'results: {e.filename or ""}: {e.strerror}', file=sys.stderr)
         return 2

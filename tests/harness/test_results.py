@@ -156,7 +156,8 @@ def test_refusals(url, capsys, tmp_path):
              f'no database at {tmp_path}/none.sqlite'),
             (('--db', 'mysql://x/y', 'pareto'), 2, "unknown database URL 'mysql://x/y'"),
             (('yield', '--since', 'monday'), 2, "not a date (YYYY-MM-DD): 'monday'"),
-            (('import', f'{tmp_path}/none.jsonl'), 2, f'no spool file {tmp_path}/none.jsonl')):
+            (('import', f'{tmp_path}/none.jsonl'), 2, f'no spool file {tmp_path}/none.jsonl'),
+            (('import', __file__), 2, f'{__file__}:1: not a line of a results spool')):
         got, out, err = ask(url, *argv, capsys=capsys)
         assert (got, out) == (status, '') and message in err and err.count('\n') == 1, argv
     assert not (tmp_path / 'none.sqlite').exists()
