@@ -162,7 +162,7 @@ def pareto(rec, filters):
 
 
 def pareto_table(answer):
-    return (('step', 'boards', 'failures', 'most common reason', 'of'),
+    return (('step', 'boards', 'failures', 'most common reason', 'times'),
             [tuple(s.values()) for s in answer['steps']])
 
 
@@ -215,8 +215,9 @@ def cpk(mean, sd, low, high):
 
 
 def histogram(rec, base, params, lo, hi, integral):
-    """Bins over the values' range: a unit per bin for whole numbers that fit."""
-    if integral and hi - lo < 3 * HIST_BINS:
+    """Bins over the values' range; whole numbers in bins of a whole width, so
+    that no bin holds one value more than its neighbour by the binning alone."""
+    if integral:
         width = max(1, -(-(hi - lo + 1) // HIST_BINS))
     else:
         width = (hi - lo) / HIST_BINS or 1
@@ -296,13 +297,15 @@ def page(rec, filters):
 
 
 STYLE = ('body{font-family:sans-serif;margin:2em}table{border-collapse:collapse}'
-         'td,th{padding:2px 8px;border-bottom:1px solid #ccc;text-align:right}'
-         'td:first-child,th:first-child{text-align:left}svg{max-width:100%;height:auto}')
+         'td,th{padding:2px 8px;border-bottom:1px solid #ccc;text-align:left}'
+         '.n{text-align:right}svg{max-width:100%;height:auto}')
 
 
 def html_table(headers, rows):
     def cells(tag, row):
-        return ''.join(f'<{tag}>{html.escape("" if c is None else str(c))}</{tag}>' for c in row)
+        row = ['' if c is None else str(c) for c in row]
+        right = ' class="n"'
+        return ''.join(f'<{tag}{right * is_number(c)}>{html.escape(c)}</{tag}>' for c in row)
     return (f'<table><tr>{cells("th", headers)}</tr>'
             + ''.join(f'<tr>{cells("td", r)}</tr>' for r in rows) + '</table>')
 
@@ -310,6 +313,7 @@ def html_table(headers, rows):
 def figure(height=3.2):
     from matplotlib.figure import Figure
     return Figure(figsize=(8, height))
+
 
 
 def svg(fig, salt):
@@ -345,20 +349,24 @@ def yield_plot(ys):
 
 
 def pareto_plot(par, most=20):
+    from matplotlib.ticker import MaxNLocator
     steps = par['steps'][:most][::-1]
     fig = figure(max(2.0, 0.3 * len(steps) + 1))
     ax = fig.subplots()
     ax.barh([s['step'] for s in steps], [s['boards'] for s in steps])
     ax.set_xlabel('boards failed')
+    ax.xaxis.set_major_locator(MaxNLocator(integer=True))
     return svg(fig, 'pareto')
 
 
 def hist_plot(m):
+    from matplotlib.ticker import MaxNLocator
     fig = figure(2.6)
     ax = fig.subplots()
     bins = m['histogram']
     ax.bar([b['from'] for b in bins], [b['count'] for b in bins],
-           width=[b['to'] - b['from'] for b in bins], align='edge')
+           width=[b['to'] - b['from'] for b in bins], align='edge', edgecolor='white')
+    ax.yaxis.set_major_locator(MaxNLocator(integer=True))
     for name, color in (('low', 'red'), ('high', 'red')):
         if m[name] is not None:
             ax.axvline(m[name], color=color, linestyle='--', label=f'{name} {m[name]:g}')
