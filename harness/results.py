@@ -84,22 +84,18 @@ def board_text(answer):
 def yield_(rec, filters):
     cond, params = where(filters)
     # Each board belongs to the day of its first finished visit; its verdicts
-    # are its first and last finished visits (in the filter's window).
+    # are its first and last finished visits (in the filter's window). One
+    # grouping finds both: a visit's key is its start, its id for a tie, and
+    # its verdict as the last character.
+    key = "v.started || v.id || CASE WHEN v.verdict = 'pass' THEN 'p' ELSE 'f' END"
     cohort = rec.query(f"""
-        WITH f AS (
-          SELECT {BOARD} AS board, {DAY} AS day, v.verdict,
-                 row_number() OVER (PARTITION BY {BOARD} ORDER BY v.started, v.id) AS n,
-                 row_number() OVER (PARTITION BY {BOARD}
-                                    ORDER BY v.started DESC, v.id DESC) AS back
-          FROM visits v WHERE {FINISHED} AND {cond}),
-        b AS (
-          SELECT max(CASE WHEN n = 1 THEN day END) AS day,
-                 max(CASE WHEN n = 1 AND verdict = 'pass' THEN 1 ELSE 0 END) AS first_pass,
-                 max(CASE WHEN back = 1 AND verdict = 'pass' THEN 1 ELSE 0 END) AS final_pass,
-                 count(*) - 1 AS retests
-          FROM f GROUP BY board)
-        SELECT day, count(*), sum(first_pass), sum(final_pass), sum(retests)
-        FROM b GROUP BY day""", params)
+        WITH b AS (
+          SELECT min({key}) AS first, max({key}) AS last, count(*) - 1 AS retests
+          FROM visits v WHERE {FINISHED} AND {cond} GROUP BY {BOARD})
+        SELECT substr(first, 1, 10), count(*),
+               sum(CASE WHEN substr(first, length(first)) = 'p' THEN 1 ELSE 0 END),
+               sum(CASE WHEN substr(last, length(last)) = 'p' THEN 1 ELSE 0 END), sum(retests)
+        FROM b GROUP BY substr(first, 1, 10)""", params)
     unfinished = rec.query(f"""
         SELECT {DAY}, sum(CASE WHEN v.verdict = 'interrupted' THEN 1 ELSE 0 END),
                sum(CASE WHEN v.verdict IS NULL THEN 1 ELSE 0 END)
