@@ -113,6 +113,7 @@ def test_pareto_ranks_by_boards_with_commonest_reason(url, capsys):
         'boards'] == 1
     status, out, _ = ask(url, 'pareto', capsys=capsys)
     assert out.splitlines()[2].split()[:3] == ['temperature', '3', '3']
+    assert out.splitlines()[3] == 'usb rw            1         2  no stick in usb 2          2'
 
 
 def test_measure_statistics_cpk_and_histogram(url, capsys):
@@ -168,10 +169,14 @@ def test_html_page_self_contained(url, capsys, tmp_path):
     page = tmp_path / 'pages' / 'shift.html'
     status, out, _ = ask(url, 'html', str(page), capsys=capsys)
     assert (status, out) == (0, f'wrote {page}\n') and list(page.parent.iterdir()) == [page]
+    (tmp_path / 'plain').touch()
+    assert page.stat().st_mode == (tmp_path / 'plain').stat().st_mode
     text = page.read_text()
     root = ET.fromstring(text[text.index('<html'):])
     # Yield, Pareto and a histogram per numeric measurement.
     assert len(root.findall('.//svg')) == 4
+    drawn = {t.text for svg in root.iter('svg') for t in svg.iter('text')}
+    assert {'usb rw', 'temperature', 'low 0', 'high 85', 'low 20'} <= drawn
     assert 'http' not in text and 'src=' not in text
     cells = [td.text for td in root.iter('td')]
     assert 'mainboard 91 above 85' in cells and '40.0%' in cells
