@@ -244,7 +244,7 @@ def measure_text(m):
         head += f"\n{m['not_numbers']} values were not numbers"
     if m['limit_sets'] > 1:
         head += f"\nlimits changed over the record ({m['limit_sets']} sets): the commonest used"
-    return head + '\n' + hist_text(m, num)
+    return '\n'.join(filter(None, (head, hist_text(m, num))))
 
 
 def hist_text(m, num):
