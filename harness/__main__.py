@@ -1,8 +1,12 @@
-"""/usr/bin/python3 -m harness run PLAN --board TARGET ... (see harness/runner.py)."""
+"""/usr/bin/python3 -m harness run PLAN --board TARGET ... (harness/runner.py),
+/usr/bin/python3 -m harness results COMMAND ... (harness/results.py)."""
 import sys
 
-from .runner import main
-
-if len(sys.argv) < 2 or sys.argv[1] != 'run':
-    sys.exit('usage: python3 -m harness run PLAN --board TARGET [...] (see harness/run --help)')
+if len(sys.argv) < 2 or sys.argv[1] not in ('run', 'results'):
+    sys.exit('usage: python3 -m harness run PLAN --board TARGET [...] | results COMMAND [...]'
+             ' (see harness/run --help, harness/results --help)')
+if sys.argv[1] == 'run':
+    from .runner import main
+else:
+    from .results import main
 sys.exit(main(sys.argv[2:]))
