@@ -497,9 +497,10 @@ class _Where:
                 line = start
                 continue
             n = self._key(key, start)
-            if n is None:
-                break
-            line = start = n
+            if n is not None:
+                line = start = n
+            else:
+                table = path  # defined by a dotted header: [identity.pcb]
         return line
 
     def say(self, line, message):
