@@ -190,8 +190,10 @@ def _shown(value):
     """A value as the plan wrote it, short, for a refusal."""
     if isinstance(value, bool):
         return str(value).lower()
+    if isinstance(value, str) and len(value) > 40:
+        return repr(value[:40]) + '...'
     if isinstance(value, (int, float, str)):
-        return repr(value) if not isinstance(value, str) or len(value) <= 40 else repr(value[:40]) + '...'
+        return repr(value)
     return {list: 'an array', dict: 'a table'}.get(type(value), 'a date')
 
 
@@ -380,17 +382,20 @@ def _top(data):
     # A float would lose its form: 1.10 would read 1.1.
     if not isinstance(version, str) and type(version) is not int:
         raise _Bad(f'version must be text such as "1.10", not {_shown(version)}', 'version')
-    defaults = data.get('defaults', {})
-    if not isinstance(defaults, dict):
-        raise _Bad(f'defaults must be a table, not {_shown(defaults)}', 'defaults')
-    bad = defaults.keys() - (STEP_KEYS - {'name'})
-    if bad:
-        raise _Bad(f'[defaults] cannot give {min(bad)!r}', ('defaults', min(bad)))
     for phase in ('setup', 'steps'):
         if not isinstance(data.get(phase, []), list):
             raise _Bad(f'{phase} must be [[{phase}]] tables, not {_shown(data[phase])}', phase)
     if not data.get('steps'):
         raise _Bad('the plan has no steps')
+    return _defaults(data.get('defaults', {}))
+
+
+def _defaults(defaults):
+    if not isinstance(defaults, dict):
+        raise _Bad(f'defaults must be a table, not {_shown(defaults)}', 'defaults')
+    bad = defaults.keys() - (STEP_KEYS - {'name'})
+    if bad:
+        raise _Bad(f'[defaults] cannot give {min(bad)!r}', ('defaults', min(bad)))
     return defaults
 
 
