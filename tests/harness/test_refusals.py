@@ -27,7 +27,8 @@ def measure(limits):
 
 AT4, AT5, AT7 = "{plan}:4: step 1 'a': ", "{plan}:5: step 1 'a': ", "{plan}:7: step 1 'a': "
 PLANS = [
-    (command('test mainboard temperature 0 1\\rtest led on'), AT4 + "command holds the control character '\\r'"),
+    (command('test mainboard temperature 0 1\\rtest led on'),
+     AT4 + "command holds the control character '\\r'"),
     (command('test led on\\u001b[A'), AT4 + "command holds the control character '\\x1b'"),
     (command('test led\\ton'), AT4 + "command holds the control character '\\t'"),
     (command('test led ?'), AT4 + 'command holds "?", which asks the tool for help'),
