@@ -33,7 +33,7 @@ PLANS = [
     (command('test led\\ton'), AT4 + "command holds the control character '\\t'"),
     (command('test led ?'), AT4 + 'command holds "?", which asks the tool for help'),
     (command('test led \\U0001F600'), AT4 + "command holds '\U0001F600': the tool's encoding (GBK)"),
-    (command('test led 温'), AT4 + "command holds '温': the tool's line editor takes printable ASCII only"),
+    (command('test~led 温'), AT4 + "command holds '温': the tool's line editor takes printable ASCII only"),
     (command('x' * 100), AT4 + "command is 100 characters; the tool's line holds 99"),
     (command('x' * 10000), AT4 + 'command is 10000 characters'),
     (command(' '), AT4 + 'command is empty'),
