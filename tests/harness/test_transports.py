@@ -12,9 +12,8 @@ import pytest
 
 from harness import runner
 from harness.protocol import BANNER
-from harness.transports import REPO, open_board
+from harness.transports import REPO, open_board, parse_target
 
-pytestmark = pytest.mark.needs_cli
 SHELL = f'EXEC:{REPO}/sim/boardsim --fast --run /bin/sh,pty,setsid,ctty,stderr'
 
 
@@ -45,10 +44,46 @@ def shell_tty(tmp_path):
     proc.wait(10)
 
 
+CONSOLE = 'targets:\n  main:\n    resources:\n      {}\n    drivers:\n      {}\n'
+PORT = 'RawSerialPort: {port: /dev/ttyUSB0}'
+
+
+@pytest.mark.parametrize('target, address', [
+    ('tcp:127.0.0.1', 'needs a host and a port'), ('tcp::2001', 'needs a host and a port'),
+    ('tcp:127.0.0.1:x', "port 'x' is not"), ('tcp:127.0.0.1:99999', "port '99999' is not"),
+    ('tcp:127.0.0.1:0', "port '0' is not"), ('tcp:[::1]:65535', ('::1', 65535)),
+    ('serial:/dev/ttyUSB0', ('/dev/ttyUSB0', 115200)), ('serial:/dev/null:9600', ('/dev/null', 9600)),
+    ('serial:/dev/ttyUSB0:fast', "rate 'fast' is not"), ('serial:/dev/ttyUSB0:0', "rate '0' is not"),
+    ('box:overheat+hdmi-unplugged', ['overheat', 'hdmi-unplugged']), ('box', []),
+    ('box:overheat+no-such', "no scenario 'no-such'"), ('box:../scenarios', 'no scenario'),
+    ('box:README.md', 'no scenario'), ('exec: ', 'no command'), ('usb:0', 'unknown board target'),
+    ('labgrid:missing.yaml', 'No such file'), ('labgrid:.', 'Is a directory'),
+    ('labgrid:' + CONSOLE.format(PORT, 'SerialDriver: {}'), 'main'),
+    ('labgrid:targets: [', 'not YAML'), ('labgrid:options: {}', 'no target'),
+    ('labgrid:targets: {a: {}, b: {}}', 'no target'),
+    ('labgrid:' + CONSOLE.format(PORT, 'ShellDriver: {}'), 'no console driver'),
+    ('labgrid:' + CONSOLE.format('{}', 'SerialDriver: {}'), 'no resource'),
+])
+def test_targets_are_checked_before_any_board_starts(target, address, tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    kind, _, rest = target.partition(':')
+    if kind == 'labgrid' and '\n' in rest or rest.startswith(('targets', 'options')):
+        (tmp_path / 'env.yaml').write_text(rest)
+        target = 'labgrid:env.yaml'
+    if isinstance(address, str) and address != 'main':
+        with pytest.raises(ValueError) as refused:
+            parse_target(target)
+        assert address in str(refused.value) and '\n' not in str(refused.value)
+    else:
+        assert parse_target(target) == (kind, address if address != 'main' else ('env.yaml', 'main'))
+
+
+@pytest.mark.needs_cli
 def test_serial(shell_tty, tmp_path):
     smoke(f'serial:{shell_tty}:115200', tmp_path)
 
 
+@pytest.mark.needs_cli
 def test_labgrid_finds_a_tool_left_running(shell_tty, tmp_path):
     pytest.importorskip('labgrid')
     left = open_board(f'serial:{shell_tty}')
@@ -60,6 +95,7 @@ def test_labgrid_finds_a_tool_left_running(shell_tty, tmp_path):
     smoke(f'labgrid:{env}', tmp_path)
 
 
+@pytest.mark.needs_cli
 def test_tcp(tmp_path):
     with socket.socket() as probe:
         probe.bind(('127.0.0.1', 0))
@@ -77,6 +113,7 @@ def test_tcp(tmp_path):
         proc.wait(10)
 
 
+@pytest.mark.needs_cli
 def test_exec_logs_in_and_restarts(monkeypatch):
     monkeypatch.setenv('HARNESS_LOGIN', 'root:secret')
     login = ('printf "board login: "; read u; printf "Password: "; read p; '
@@ -87,6 +124,7 @@ def test_exec_logs_in_and_restarts(monkeypatch):
         assert console.run('test led on').passed
 
 
+@pytest.mark.needs_cli
 def test_pytest_plugin(tmp_path):
     (tmp_path / 'test_plan.py').write_text(
         "def test_version(board):\n    assert board.run('display version mainboard').passed\n\n"
