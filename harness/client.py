@@ -179,7 +179,7 @@ class Console:
         deadline = time.monotonic() + START_TIMEOUT
         patterns = [protocol.USER_PROMPT, self._prompts()[1], SHELL_PROMPT, LOGIN, PASSWORD]
         self._clear()
-        self._typed = set()
+        self._typed = {}
         while True:
             index, match = self._wait(patterns, min(deadline, time.monotonic() + POKE))
             if index == 0 and protocol.BANNER in self._buf:
@@ -202,14 +202,18 @@ class Console:
         if index is None:
             return b'\r'
         if index in self._typed:
+            at, line = self._typed[index]
+            # The prompt again for a line break sent before it showed: the
+            # line typed there has not come back yet (a password never does).
+            if index != 4 and line not in self._buf[at:]:
+                return b''
             raise ConsoleError(f'{self.target}: {("cli did not start", "login refused")[index > 2]}: '
                                f'{protocol.decode(self._buf[-300:])!r}')
-        self._typed.add(index)
-        if index == 2:
-            return TOOL + b'\r'
-        if not self.login:
+        if index != 2 and not self.login:
             raise ConsoleError(f'{self.target}: the console asks for a login; set HARNESS_LOGIN')
-        return self.login.partition(':')[0 if index == 3 else 2].encode() + b'\r'
+        line = TOOL if index == 2 else self.login.partition(':')[0 if index == 3 else 2].encode()
+        self._typed[index] = (len(self._buf), line)
+        return line + b'\r'
 
     def enter_equipment(self):
         self._clear()

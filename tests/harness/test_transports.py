@@ -95,22 +95,83 @@ def test_labgrid_finds_a_tool_left_running(shell_tty, tmp_path):
     smoke(f'labgrid:{env}', tmp_path)
 
 
-@pytest.mark.needs_cli
-def test_tcp(tmp_path):
+def free_port():
     with socket.socket() as probe:
         probe.bind(('127.0.0.1', 0))
-        port = probe.getsockname()[1]
+        return probe.getsockname()[1]
+
+
+@pytest.fixture
+def console_server():
+    """A console server's raw port on the box's console (socat serves one
+    connection, so it is seen listening in /proc, not by connecting)."""
+    port = free_port()
 
     def listening():
-        # Not by connecting: socat serves one connection.
         with open('/proc/net/tcp') as table:
             return any(f'0100007F:{port:04X}' in line and ' 0A ' in line for line in table)
     proc = socat(f'TCP-LISTEN:{port},bind=127.0.0.1,reuseaddr', listening)
+    yield port
+    proc.terminate()
+    proc.wait(10)
+
+
+@pytest.mark.needs_cli
+def test_tcp(console_server, tmp_path):
+    smoke(f'tcp:127.0.0.1:{console_server}', tmp_path)
+
+
+# Enough of labgrid's coordinator (a WAMP router and its two calls, with no
+# authentication) to hand out one acquired place.
+COORDINATOR = """import asyncio, json, sys
+from autobahn.asyncio.websocket import WebSocketServerFactory, WebSocketServerProtocol
+port, calls = int(sys.argv[1]), json.loads(sys.argv[2])
+
+class Coordinator(WebSocketServerProtocol):
+    def onConnect(self, request):
+        return 'wamp.2.json'
+
+    def onMessage(self, payload, binary):
+        kind, *msg = json.loads(payload)
+        reply = {1: lambda: [2, 1, {'roles': {'broker': {}, 'dealer': {}}}],
+                 32: lambda: [33, msg[0], msg[0]], 48: lambda: [50, msg[0], {}, [calls[msg[2]]]],
+                 6: lambda: [6, {}, 'wamp.close.goodbye_and_out']}[kind]
+        self.sendMessage(json.dumps(reply()).encode())
+
+asyncio.set_event_loop(loop := asyncio.new_event_loop())
+factory = WebSocketServerFactory(f'ws://127.0.0.1:{port}/ws')
+factory.protocol = Coordinator
+loop.run_until_complete(loop.create_server(factory, '127.0.0.1', port))
+print('ready', flush=True)
+loop.run_forever()
+"""
+
+
+@pytest.mark.needs_cli
+def test_labgrid_remote_place_from_the_runner(console_server, tmp_path, monkeypatch):
+    pytest.importorskip('labgrid')
+    monkeypatch.setenv('LG_HOSTNAME', 'station')
+    monkeypatch.setenv('LG_USERNAME', 'harness')
+    path = ['exporter', 'nvr', 'NetworkSerialPort', 'console']
+    serial = {'cls': path[2], 'params': {'host': '127.0.0.1', 'port': console_server,
+                                         'protocol': 'raw'}, 'acquired': 'nvr-07', 'avail': True}
+    place = {'matches': [dict(zip(['exporter', 'group', 'cls', 'name'], path))],
+             'acquired': 'station/harness', 'allowed': ['station/harness'],
+             'acquired_resources': [path]}
+    calls = {'org.labgrid.coordinator.get_resources': {'exporter': {'nvr': {'console': serial}}},
+             'org.labgrid.coordinator.get_places': {'nvr-07': place}}
+    port = free_port()
+    coordinator = subprocess.Popen([sys.executable, '-c', COORDINATOR, str(port), json.dumps(calls)],
+                                   stdout=subprocess.PIPE)
     try:
-        smoke(f'tcp:127.0.0.1:{port}', tmp_path)
+        assert coordinator.stdout.readline() == b'ready\n'
+        env = tmp_path / 'place.yaml'
+        env.write_text(CONSOLE.format('RemotePlace: {name: nvr-07}', 'SerialDriver: {}')
+                       + f'options:\n  crossbar_url: ws://127.0.0.1:{port}/ws\n')
+        smoke(f'labgrid:{env}', tmp_path)
     finally:
-        proc.terminate()
-        proc.wait(10)
+        coordinator.terminate()
+        coordinator.wait(10)
 
 
 @pytest.mark.needs_cli
