@@ -1,6 +1,5 @@
 """The console client: answers cut into verdicts from recorded console bytes,
 then a box board for confirmations and time-outs."""
-import sys
 import time
 
 import pytest
@@ -65,15 +64,23 @@ def test_timeouts_follow_the_tools_waits(command, baud, wait):
     assert default_timeout(command, baud) == pytest.approx(max(10, wait * 1.25 + 5))
 
 
-class Deaf:
-    """A console that shows nothing and takes nothing."""
+class Scripted:
+    """A console that shows `shown`, a chunk a read, and takes everything,
+    or shows nothing and takes nothing."""
+    def __init__(self, shown=()):
+        self.shown, self.takes = iter(shown), bool(shown)
+
     def read(self, timeout):
-        time.sleep(timeout)
-        return b''
+        return next(self.shown, None) or time.sleep(timeout) or b''
 
     def write(self, data, timeout):
-        time.sleep(timeout)
-        return 0
+        return len(data) if self.takes else time.sleep(timeout) or 0
+
+
+def scripted(shown=()):
+    console = Console(Scripted(shown), target='scripted', kind='exec')
+    console.usable, console.mode = True, 'equipment'
+    return console
 
 
 @pytest.mark.parametrize('command, why', [
@@ -82,14 +89,24 @@ class Deaf:
     ('test led on\x9b', r"'\x9b'"),
 ])
 def test_a_command_is_one_line(command, why):
-    console = Console(Deaf(), target='deaf', kind='exec')
-    console.usable, console.mode = True, 'equipment'
     with pytest.raises(ValueError) as refused:
-        console.run(command)
+        scripted().run(command)
     assert why in str(refused.value)
-    # A console that takes nothing costs the step's time-out, no more.
-    result = console.run('test led on', timeout=0.5)
+
+
+def test_a_console_that_takes_nothing_costs_the_time_out():
+    result = scripted().run('test led on', timeout=0.5)
     assert result.verdict == 'timeout' and 'no more' in result.message and result.duration < 1
+
+
+def test_a_flood_keeps_its_head_and_tail():
+    flood = [b'test flood\r\r\n@\r\r\nhead\r\r\n'] + [b'y' * 4096] * (3 * LIMIT // 4096)
+    end = b'\r\r\ntail\r\r\ntest result:pass\r\r\n$$\r\r\n[PLM7140-equipment]'
+    result = scripted(flood + [end]).run('test flood')
+    lines = result.text.split('\n')
+    kept = sum(len(line) for line in lines if line.startswith('y'))
+    assert result.passed and abs(len(result.raw) - LIMIT) < 100
+    assert lines[0] == 'head' and lines[-1] == 'tail' and f'[{3 * LIMIT - kept} bytes dropped]' in lines
 
 
 @pytest.fixture
@@ -136,33 +153,8 @@ def test_the_serial_rate_is_the_one_the_tool_took(box):
 
 
 @pytest.mark.needs_cli
-@pytest.mark.parametrize('length', [10_000, 100_000])
-def test_long_commands_never_block_the_console(box, length):
+def test_long_commands_never_block_the_console(box):
     # The tool echoes what it cannot keep; unread, its echo stops it reading.
-    result = box.run('x' * length, timeout=10)
-    assert result.verdict == 'refused' and result.duration < 10
-    assert box.run('test led on').passed
-
-
-FLOOD = """import sys
-say = sys.stdout.buffer.write
-say(b'EQUIPMENT_TEST_OK\\r\\n<PLM7140>')
-sys.stdout.flush()
-for line in sys.stdin.buffer:
-    if line.startswith(b'flood'):
-        say(b'\\r\\n@\\r\\nhead\\r\\n' + b'y' * int(line.split()[1]) + b'\\r\\ntail')
-        say(b'\\r\\ntest result:pass\\r\\n$$')
-    say(b'\\r\\n[PLM7140-equipment]')
-    sys.stdout.flush()
-"""
-
-
-def test_a_flood_keeps_its_head_and_tail(tmp_path):
-    (tmp_path / 'flood.py').write_text(FLOOD)
-    with open_board(f'exec:{sys.executable} {tmp_path}/flood.py') as console:
-        result = console.run(f'flood {3 * LIMIT}')
-    assert result.passed and LIMIT < len(result.raw) < LIMIT + 100
-    lines = result.text.split('\n')
-    kept = sum(len(line) for line in lines if line.startswith('y'))
-    assert lines[0] == 'head' and lines[-1] == 'tail' and 'y' * 100 in lines[1]
-    assert f'[{3 * LIMIT - kept} bytes dropped]' in lines
+    for length in 10_000, 100_000:
+        result = box.run('x' * length, timeout=10)
+        assert result.verdict == 'refused' and result.duration < 10 and box.usable

@@ -14,6 +14,7 @@ from harness import runner
 from harness.protocol import BANNER
 from harness.transports import REPO, open_board, parse_target
 
+pytestmark = pytest.mark.needs_cli
 SHELL = f'EXEC:{REPO}/sim/boardsim --fast --run /bin/sh,pty,setsid,ctty,stderr'
 
 
@@ -44,46 +45,41 @@ def shell_tty(tmp_path):
     proc.wait(10)
 
 
-CONSOLE = 'targets:\n  main:\n    resources:\n      {}\n    drivers:\n      {}\n'
+CONSOLE = 'targets:\n  main:\n    resources: {%s}\n    drivers: {%s}\n'
 PORT = 'RawSerialPort: {port: /dev/ttyUSB0}'
 
 
-@pytest.mark.parametrize('target, address', [
-    ('tcp:127.0.0.1', 'needs a host and a port'), ('tcp::2001', 'needs a host and a port'),
-    ('tcp:127.0.0.1:x', "port 'x' is not"), ('tcp:127.0.0.1:99999', "port '99999' is not"),
-    ('tcp:127.0.0.1:0', "port '0' is not"), ('tcp:[::1]:65535', ('::1', 65535)),
-    ('serial:/dev/ttyUSB0', ('/dev/ttyUSB0', 115200)), ('serial:/dev/null:9600', ('/dev/null', 9600)),
-    ('serial:/dev/ttyUSB0:fast', "rate 'fast' is not"), ('serial:/dev/ttyUSB0:0', "rate '0' is not"),
-    ('box:overheat+hdmi-unplugged', ['overheat', 'hdmi-unplugged']), ('box', []),
+@pytest.mark.parametrize('target, refused', [
+    ('tcp:127.0.0.1', 'a host and a port'), ('tcp::2001', 'a host and a port'),
+    ('tcp:127.0.0.1:x', "'x' is not"), ('tcp:127.0.0.1:99999', "'99999' is not"),
+    ('tcp:127.0.0.1:0', "'0' is not"), ('tcp:[::1]:65535', None),
+    ('serial:/dev/ttyUSB0:fast', "'fast' is not"), ('serial:/dev/ttyUSB0:0', "'0' is not"),
+    ('serial:/dev/null:9600', None), ('box:overheat+hdmi-unplugged', None),
     ('box:overheat+no-such', "no scenario 'no-such'"), ('box:../scenarios', 'no scenario'),
     ('box:README.md', 'no scenario'), ('exec: ', 'no command'), ('usb:0', 'unknown board target'),
-    ('labgrid:missing.yaml', 'No such file'), ('labgrid:.', 'Is a directory'),
-    ('labgrid:' + CONSOLE.format(PORT, 'SerialDriver: {}'), 'main'),
-    ('labgrid:targets: [', 'not YAML'), ('labgrid:options: {}', 'no target'),
-    ('labgrid:targets: {a: {}, b: {}}', 'no target'),
-    ('labgrid:' + CONSOLE.format(PORT, 'ShellDriver: {}'), 'no console driver'),
-    ('labgrid:' + CONSOLE.format('{}', 'SerialDriver: {}'), 'no resource'),
+    ('labgrid:/no/such.yaml', 'No such file'), ('labgrid:/', 'Is a directory'),
+    ('targets: [', 'not YAML'), ('options: {}', 'no target'), ('targets: {a: {}, b: {}}', 'no target'),
+    (CONSOLE % (PORT, 'ShellDriver: {}'), 'no console driver'),
+    (CONSOLE % ('', 'SerialDriver: {}'), 'no resource'), (CONSOLE % (PORT, 'SerialDriver: {}'), None),
 ])
-def test_targets_are_checked_before_any_board_starts(target, address, tmp_path, monkeypatch):
-    monkeypatch.chdir(tmp_path)
-    kind, _, rest = target.partition(':')
-    if kind == 'labgrid' and '\n' in rest or rest.startswith(('targets', 'options')):
-        (tmp_path / 'env.yaml').write_text(rest)
-        target = 'labgrid:env.yaml'
-    if isinstance(address, str) and address != 'main':
-        with pytest.raises(ValueError) as refused:
-            parse_target(target)
-        assert address in str(refused.value) and '\n' not in str(refused.value)
-    else:
-        assert parse_target(target) == (kind, address if address != 'main' else ('env.yaml', 'main'))
+def test_targets_are_checked_before_any_board_starts(target, refused, tmp_path):
+    if target.startswith(('targets', 'options')):  # a labgrid environment's text
+        (tmp_path / 'env.yaml').write_text(target)
+        target = f'labgrid:{tmp_path}/env.yaml'
+    try:
+        kind, address = parse_target(target)
+        assert not refused and (kind, address) == {
+            'tcp': ('tcp', ('::1', 65535)), 'serial': ('serial', ('/dev/null', 9600)),
+            'box': ('box', ['overheat', 'hdmi-unplugged']),
+            'labgrid': ('labgrid', (target[8:], 'main'))}[kind]
+    except ValueError as error:
+        assert refused and refused in str(error) and '\n' not in str(error), error
 
 
-@pytest.mark.needs_cli
 def test_serial(shell_tty, tmp_path):
     smoke(f'serial:{shell_tty}:115200', tmp_path)
 
 
-@pytest.mark.needs_cli
 def test_labgrid_finds_a_tool_left_running(shell_tty, tmp_path):
     pytest.importorskip('labgrid')
     left = open_board(f'serial:{shell_tty}')
@@ -116,48 +112,41 @@ def console_server():
     proc.wait(10)
 
 
-@pytest.mark.needs_cli
 def test_tcp(console_server, tmp_path):
     smoke(f'tcp:127.0.0.1:{console_server}', tmp_path)
 
 
-# Enough of labgrid's coordinator (a WAMP router and its two calls, with no
-# authentication) to hand out one acquired place.
+# Enough of labgrid's coordinator (a WAMP router and the two calls labgrid's
+# client makes, without authentication) to hand out one acquired place.
 COORDINATOR = """import asyncio, json, sys
 from autobahn.asyncio.websocket import WebSocketServerFactory, WebSocketServerProtocol
-port, calls = int(sys.argv[1]), json.loads(sys.argv[2])
-
+calls = json.loads(sys.argv[2])
 class Coordinator(WebSocketServerProtocol):
     def onConnect(self, request):
         return 'wamp.2.json'
-
     def onMessage(self, payload, binary):
         kind, *msg = json.loads(payload)
-        reply = {1: lambda: [2, 1, {'roles': {'broker': {}, 'dealer': {}}}],
-                 32: lambda: [33, msg[0], msg[0]], 48: lambda: [50, msg[0], {}, [calls[msg[2]]]],
-                 6: lambda: [6, {}, 'wamp.close.goodbye_and_out']}[kind]
-        self.sendMessage(json.dumps(reply()).encode())
-
+        reply = {1: lambda: [2, 1, {'roles': {'broker': {}, 'dealer': {}}}], 32: lambda: [33] + msg[:1] * 2,
+                 48: lambda: [50, msg[0], {}, [calls[msg[2]]]], 6: lambda: [6, {}, 'wamp.close.normal']}
+        self.sendMessage(json.dumps(reply[kind]()).encode())
 asyncio.set_event_loop(loop := asyncio.new_event_loop())
-factory = WebSocketServerFactory(f'ws://127.0.0.1:{port}/ws')
+factory = WebSocketServerFactory(f'ws://127.0.0.1:{sys.argv[1]}/ws')
 factory.protocol = Coordinator
-loop.run_until_complete(loop.create_server(factory, '127.0.0.1', port))
+loop.run_until_complete(loop.create_server(factory, '127.0.0.1', int(sys.argv[1])))
 print('ready', flush=True)
 loop.run_forever()
 """
 
 
-@pytest.mark.needs_cli
 def test_labgrid_remote_place_from_the_runner(console_server, tmp_path, monkeypatch):
     pytest.importorskip('labgrid')
     monkeypatch.setenv('LG_HOSTNAME', 'station')
     monkeypatch.setenv('LG_USERNAME', 'harness')
     path = ['exporter', 'nvr', 'NetworkSerialPort', 'console']
-    serial = {'cls': path[2], 'params': {'host': '127.0.0.1', 'port': console_server,
-                                         'protocol': 'raw'}, 'acquired': 'nvr-07', 'avail': True}
-    place = {'matches': [dict(zip(['exporter', 'group', 'cls', 'name'], path))],
-             'acquired': 'station/harness', 'allowed': ['station/harness'],
-             'acquired_resources': [path]}
+    serial = dict(cls=path[2], acquired='nvr-07', avail=True,
+                  params=dict(host='127.0.0.1', port=console_server, protocol='raw'))
+    place = dict(matches=[dict(zip(('exporter', 'group', 'cls', 'name'), path))],
+                 acquired='station/harness', allowed=['station/harness'], acquired_resources=[path])
     calls = {'org.labgrid.coordinator.get_resources': {'exporter': {'nvr': {'console': serial}}},
              'org.labgrid.coordinator.get_places': {'nvr-07': place}}
     port = free_port()
@@ -166,15 +155,14 @@ def test_labgrid_remote_place_from_the_runner(console_server, tmp_path, monkeypa
     try:
         assert coordinator.stdout.readline() == b'ready\n'
         env = tmp_path / 'place.yaml'
-        env.write_text(CONSOLE.format('RemotePlace: {name: nvr-07}', 'SerialDriver: {}')
-                       + f'options:\n  crossbar_url: ws://127.0.0.1:{port}/ws\n')
+        env.write_text(CONSOLE % ('RemotePlace: {name: nvr-07}', 'SerialDriver: {}')
+                       + f'options: {{crossbar_url: "ws://127.0.0.1:{port}/ws"}}\n')
         smoke(f'labgrid:{env}', tmp_path)
     finally:
         coordinator.terminate()
         coordinator.wait(10)
 
 
-@pytest.mark.needs_cli
 def test_exec_logs_in_and_restarts(monkeypatch):
     monkeypatch.setenv('HARNESS_LOGIN', 'root:secret')
     login = ('printf "board login: "; read u; printf "Password: "; read p; '
@@ -185,7 +173,6 @@ def test_exec_logs_in_and_restarts(monkeypatch):
         assert console.run('test led on').passed
 
 
-@pytest.mark.needs_cli
 def test_pytest_plugin(tmp_path):
     (tmp_path / 'test_plan.py').write_text(
         "def test_version(board):\n    assert board.run('display version mainboard').passed\n\n"
