@@ -265,14 +265,18 @@ def _limit(name, raw):
 
 
 def _limit_values(name, raw):
-    bad = raw.keys() - LIMIT_KEYS
-    if bad:
-        raise _Bad(f'unknown limit key {min(bad)!r} for {name}')
-    low, high = (_finite(f'{name}.{k}', raw[k]) if k in raw else None for k in ('low', 'high'))
+    if not LIMIT_KEYS.issuperset(raw):
+        raise _Bad(f'unknown limit key {min(raw.keys() - LIMIT_KEYS)!r} for {name}')
+    get = raw.get
+    low, high, equals, in_ = get('low'), get('high'), get('equals'), get('in')
+    if low is not None:
+        _finite(f'{name}.low', low)
+    if high is not None:
+        _finite(f'{name}.high', high)
     if low is not None and high is not None and low > high:
         raise _Bad(f'{name}: low {low} is above high {high}')
-    equals = _match_value(f'{name}.equals', raw['equals']) if 'equals' in raw else None
-    in_ = raw.get('in')
+    if equals is not None:
+        _match_value(f'{name}.equals', equals)
     if in_ is not None:
         if not isinstance(in_, list) or not in_:
             raise _Bad(f'{name}.in must be an array of numbers or texts, not {_shown(in_)}')
