@@ -60,14 +60,15 @@ def test_a_step_fails_on_its_verdict_or_a_pattern_that_finds_nothing(tmp_path):
 
 
 def test_defaults_fill_what_a_step_lacks_and_never_override_it(tmp_path):
-    plan = load(tmp_path, 'name = "p"\n[defaults]\ntimeout = 5\nretries = 2\nanswer = "Y"\n'
+    # The time-outs at the bounds a plan may give.
+    plan = load(tmp_path, 'name = "p"\n[defaults]\ntimeout = 86400\nretries = 2\nanswer = "Y"\n'
                           'continue_on_fail = true\nexpect = "fail"\n'
-                          '[[steps]]\nname = "own"\ncommand = "a"\ntimeout = 7\nretries = 0\n'
+                          '[[steps]]\nname = "own"\ncommand = "a"\ntimeout = 0.1\nretries = 0\n'
                           'answer = "n"\ncontinue_on_fail = false\nexpect = "pass"\n'
                           '[[steps]]\nname = "bare"\ncommand = "b"\n')
     own, bare = ((s.timeout, s.retries, s.answer, s.continue_on_fail, s.expect) for s in plan.steps)
-    assert own == (7, 0, 'n', False, 'pass')
-    assert bare == (5, 2, 'Y', True, 'fail')
+    assert own == (0.1, 0, 'n', False, 'pass')
+    assert bare == (86400, 2, 'Y', True, 'fail')
 
 
 def test_a_large_plan_loads_in_linear_time(tmp_path):
