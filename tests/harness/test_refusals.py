@@ -88,7 +88,7 @@ PLANS = [
     (HEAD + 'x = ' + '[' * 2000 + ']' * 2000 + '\n' + STEP, '{plan}:2: arrays or tables nested too deeply'),
     (HEAD, '{plan}: the plan has no steps'),
     (STEP, '{plan}: name is missing'),
-    (HEAD + 'station = "line1"\n' + STEP, '{plan}:2: station is given at run time (--station)'),
+    ('station = "line1"\n' + HEAD + STEP, '{plan}:1: station is given at run time (--station)'),
     (HEAD + 'operator = "ana"\n' + STEP, '{plan}:2: operator is given at run time (--operator)'),
     (HEAD + 'version = 1.10\n' + STEP, '{plan}:2: version must be text such as "1.10", not 1.1'),
     (HEAD + 'description = 5\n' + STEP, '{plan}:2: description must be text, not 5'),
