@@ -28,6 +28,17 @@ SHELL_PROMPT = re.compile(rb'[#$] (?:\x1b\[6n)?\Z')
 LOGIN = re.compile(rb'login: ?\Z')
 PASSWORD = re.compile(rb'[Pp]assword: ?\Z')
 SET_RATE = re.compile(r'test (?:rs 232 set rate (\d+)|485 \S+ set rate (\d+))')
+# A command is one line: a line break, an escape sequence or a Tab in it
+# would type more than the plan says.
+CONTROL = re.compile(r'[\x00-\x1f\x7f-\x9f]')
+# A step's output past LIMIT keeps its first and last HALF bytes: a flood
+# must not fill the reports nor the memory.
+LIMIT = 1 << 20
+HALF = LIMIT // 2
+# What goes to the console is written in pieces, what comes back read
+# between them: a far end whose echo nobody reads stops reading.
+PIECE = 64
+POLL = 0.05
 
 
 class ConsoleError(Exception):
@@ -58,6 +69,15 @@ class Result:
         return self.verdict == 'pass'
 
 
+def bounded(raw, dropped):
+    """raw with its middle past LIMIT dropped (dropped bytes went before),
+    and a line in their place saying how many."""
+    over = max(len(raw) - LIMIT, 0)
+    if not dropped + over:
+        return raw
+    return raw[:HALF] + b'\r\n[%d bytes dropped]\r\n' % (dropped + over) + raw[HALF + over:]
+
+
 def at_end(pattern):
     return re.compile(re.escape(pattern) + rb'\Z')
 
@@ -76,13 +96,25 @@ class Console:
         self.mode = None
         self.baud = BAUD
         self.usable = False
-        self._buf = b''
-        self._mark = 0
+        self._clear()
 
     # -- the link --
 
-    def _send(self, data):
-        self.link.write(data)
+    def _clear(self):
+        self._buf, self._mark, self._dropped = bytearray(), 0, 0
+
+    def _send(self, data, deadline=None):
+        """Writes data, reading what comes back, until the deadline; False
+        when the console would not take it all by then."""
+        deadline = deadline or time.monotonic() + STEP
+        while data:
+            left = deadline - time.monotonic()
+            if left <= 0:
+                return False
+            taken = self.link.write(data[:PIECE], min(left, POLL))
+            data = data[taken:]
+            self._read(0 if taken else min(left, POLL))
+        return True
 
     def _read(self, timeout):
         try:
@@ -94,7 +126,17 @@ class Console:
             self.log.write(data)
             self.log.flush()
         self._buf += data
+        if len(self._buf) > 2 * LIMIT:
+            self._trim()
         return data
+
+    def _trim(self):
+        # Amortised: the middle goes once the buffer holds two bounds' worth.
+        cut = len(self._buf) - LIMIT
+        del self._buf[HALF:HALF + cut]
+        self._dropped += cut
+        if self._mark > HALF:
+            self._mark = max(HALF, self._mark - cut)
 
     def _wait(self, patterns, deadline):
         """Reads until the buffer (past the mark) ends with one of the
@@ -136,17 +178,19 @@ class Console:
     def _start(self):
         deadline = time.monotonic() + START_TIMEOUT
         patterns = [protocol.USER_PROMPT, self._prompts()[1], SHELL_PROMPT, LOGIN, PASSWORD]
-        self._buf, self._mark, self._typed = b'', 0, set()
+        self._clear()
+        self._typed = {}
         while True:
             index, match = self._wait(patterns, min(deadline, time.monotonic() + POKE))
             if index == 0 and protocol.BANNER in self._buf:
                 break
             if index is None and time.monotonic() >= deadline:
                 raise ConsoleError(f'{self.target}: no prompt within {START_TIMEOUT:.0f} s')
-            self._send(self._reply(index))
+            # What comes back while typing is already past the mark.
             self._mark = len(self._buf)
+            self._send(self._reply(index))
         self.model = match.group(1).decode()
-        banner = self._buf[:self._end]
+        banner = bytes(self._buf[:self._end])
         self.banner = banner.split(TOOL + b'\r\n', 1)[-1] if 2 in self._typed else banner
         self.usable, self.mode, self.baud = True, 'user', BAUD
 
@@ -158,19 +202,24 @@ class Console:
         if index is None:
             return b'\r'
         if index in self._typed:
+            at, line = self._typed[index]
+            # The prompt again for a line break sent before it showed: the
+            # line typed there has not come back yet (a password never does).
+            if index != 4 and line not in self._buf[at:]:
+                return b''
             raise ConsoleError(f'{self.target}: {("cli did not start", "login refused")[index > 2]}: '
                                f'{protocol.decode(self._buf[-300:])!r}')
-        self._typed.add(index)
-        if index == 2:
-            return TOOL + b'\r'
-        if not self.login:
+        if index != 2 and not self.login:
             raise ConsoleError(f'{self.target}: the console asks for a login; set HARNESS_LOGIN')
-        return self.login.partition(':')[0 if index == 3 else 2].encode() + b'\r'
+        line = TOOL if index == 2 else self.login.partition(':')[0 if index == 3 else 2].encode()
+        self._typed[index] = (len(self._buf), line)
+        return line + b'\r'
 
     def enter_equipment(self):
-        self._buf, self._mark = b'', 0
-        self._send(b'en_equipment\r')
-        index, _ = self._wait(self._prompts(), time.monotonic() + STEP)
+        self._clear()
+        deadline = time.monotonic() + STEP
+        self._send(b'en_equipment\r', deadline)
+        index, _ = self._wait(self._prompts(), deadline)
         if index != 1:
             self.usable = False
             raise ConsoleError(f'{self.target}: no equipment prompt after en_equipment')
@@ -183,23 +232,28 @@ class Console:
         confirmation is answered with `answer`, or refused ('n')."""
         if not self.usable:
             raise ConsoleError(f'{self.target}: the console is unusable; restart it')
-        if '?' in command or '\t' in command:
-            raise ValueError('"?" and Tab ask for help, not a command')
+        if '?' in command:
+            raise ValueError('"?" asks for help, not a command')
+        control = CONTROL.search(command)
+        if control:
+            raise ValueError(f'a command is one line: {command!r} holds {control.group()!r}')
         if self.mode != 'equipment':
             self.enter_equipment()
         timeout = timeout or default_timeout(command, self.baud)
         prompts = self._prompts() + [at_end(protocol.CONFIRM)]
-        self._buf, self._mark, confirmation = b'', 0, None
-        started = time.monotonic()
-        self._send(command.encode(protocol.ENCODING) + b'\r')
+        self._clear()
+        confirmation, started = None, time.monotonic()
         try:
+            if not self._send(command.encode(protocol.ENCODING) + b'\r', started + timeout):
+                return self._lost(command, started, f'the console took no more of the command '
+                                  f'within {timeout:.1f} s')
             while True:
                 index, _ = self._wait(prompts, started + timeout)
                 if index != 2:
                     break
                 confirmation = answer or 'n'
-                self._send(confirmation.encode() + b'\r')
                 self._mark = len(self._buf)
+                self._send(confirmation.encode() + b'\r', started + timeout)
         except EOFError:
             return self._lost(command, started, 'the console ended')
         if index is None:
@@ -211,7 +265,7 @@ class Console:
         return result
 
     def _answer_bytes(self, command, end=None):
-        raw = self._buf[:end]
+        raw = bounded(bytes(self._buf[:end]), self._dropped)
         echo = command.encode(protocol.ENCODING)
         return raw[len(echo):] if raw.startswith(echo) else raw
 

@@ -1,8 +1,10 @@
 """The console client: answers cut into verdicts from recorded console bytes,
 then a box board for confirmations and time-outs."""
+import time
+
 import pytest
 
-from harness.client import ConsoleError
+from harness.client import LIMIT, Console, ConsoleError
 from harness.protocol import parse_answer, parse_frame, text_of
 from harness.timeouts import default_timeout
 from harness.transports import open_board
@@ -49,13 +51,62 @@ def test_frame_keeps_the_handlers_bytes():
     assert frame.body_raw == b'\r\nTemperature: 43'
 
 
-def test_timeouts_follow_the_tools_waits():
-    # 255 packets at 9600 baud: 1,568 + 100 ms each; at 115200: 130 + 100 ms.
-    assert default_timeout('test rs 232 loopback 64 255 0 0') > 255 * 1.668 + 5
-    assert default_timeout('test rs 232 loopback 64 255 0 0', baud=115200) < 255 * 1.668
-    assert default_timeout('ping  -c 30 192.168.1.1') > 30 + 10
-    assert default_timeout('test watchdog') > 5
-    assert default_timeout('test led on') == 10
+@pytest.mark.parametrize('command, baud, wait', [
+    # A packet: (15060000 / baud + 100) ms, then 5 s for one that never comes.
+    ('test rs 232 loopback 64 255 0 0', 9600, 255 * 1.668 + 5),
+    ('test rs 232 loopback 64 255 0 0', 115200, 255 * 0.230 + 5),
+    ('test 485 0 1 loopback 16 40 0', 9600, 40 * 1.668 + 5),
+    ('ping  -c 30 192.168.1.1', 9600, 3 + 30 + 10),
+    ('test watchdog', 9600, 5),
+    ('test led on', 9600, 0),
+])
+def test_timeouts_follow_the_tools_waits(command, baud, wait):
+    assert default_timeout(command, baud) == pytest.approx(max(10, wait * 1.25 + 5))
+
+
+class Scripted:
+    """A console that shows `shown`, a chunk a read, and takes everything,
+    or shows nothing and takes nothing."""
+    def __init__(self, shown=()):
+        self.shown, self.takes = iter(shown), bool(shown)
+
+    def read(self, timeout):
+        return next(self.shown, None) or time.sleep(timeout) or b''
+
+    def write(self, data, timeout):
+        return len(data) if self.takes else time.sleep(timeout) or 0
+
+
+def scripted(shown=()):
+    console = Console(Scripted(shown), target='scripted', kind='exec')
+    console.usable, console.mode = True, 'equipment'
+    return console
+
+
+@pytest.mark.parametrize('command, why', [
+    ('test mainboard temperature 0 1\rtest led on', r"'\r'"), ('test led on\x1b[A', r"'\x1b'"),
+    ('test led on\n', r"'\n'"), ('test\tled on', r"'\t'"), ('test led ?', 'help'),
+    ('test led on\x9b', r"'\x9b'"),
+])
+def test_a_command_is_one_line(command, why):
+    with pytest.raises(ValueError) as refused:
+        scripted().run(command)
+    assert why in str(refused.value)
+
+
+def test_a_console_that_takes_nothing_costs_the_time_out():
+    result = scripted().run('test led on', timeout=0.5)
+    assert result.verdict == 'timeout' and 'no more' in result.message and result.duration < 1
+
+
+def test_a_flood_keeps_its_head_and_tail():
+    flood = [b'test flood\r\r\n@\r\r\nhead\r\r\n'] + [b'y' * 4096] * (3 * LIMIT // 4096)
+    end = b'\r\r\ntail\r\r\ntest result:pass\r\r\n$$\r\r\n[PLM7140-equipment]'
+    result = scripted(flood + [end]).run('test flood')
+    lines = result.text.split('\n')
+    kept = sum(len(line) for line in lines if line.startswith('y'))
+    assert result.passed and abs(len(result.raw) - LIMIT) < 100
+    assert lines[0] == 'head' and lines[-1] == 'tail' and f'[{3 * LIMIT - kept} bytes dropped]' in lines
 
 
 @pytest.fixture
@@ -89,3 +140,21 @@ def test_timeouts_recover_or_leave_the_console_unusable(box):
         box.run('test led on')
     box.restart()
     assert box.usable and box.run('test led on').passed
+
+
+@pytest.mark.needs_cli
+def test_the_serial_rate_is_the_one_the_tool_took(box):
+    for command, verdict, baud in [('test rs 232 set rate 115200 0', 'pass', 115200),
+                                   ('test rs 232 set rate 9600 7', 'fail', 115200),
+                                   ('test rs 232 set rate 12345 0', 'refused', 115200),
+                                   ('test 485 0 set rate 9600', 'pass', 9600),
+                                   ('test 485 9 set rate 115200', 'fail', 9600)]:
+        assert (box.run(command).verdict, box.baud) == (verdict, baud), command
+
+
+@pytest.mark.needs_cli
+def test_long_commands_never_block_the_console(box):
+    # The tool echoes what it cannot keep; unread, its echo stops it reading.
+    for length in 10_000, 100_000:
+        result = box.run('x' * length, timeout=10)
+        assert result.verdict == 'refused' and result.duration < 10 and box.usable

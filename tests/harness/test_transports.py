@@ -12,7 +12,7 @@ import pytest
 
 from harness import runner
 from harness.protocol import BANNER
-from harness.transports import REPO, open_board
+from harness.transports import REPO, open_board, parse_target
 
 pytestmark = pytest.mark.needs_cli
 SHELL = f'EXEC:{REPO}/sim/boardsim --fast --run /bin/sh,pty,setsid,ctty,stderr'
@@ -45,6 +45,37 @@ def shell_tty(tmp_path):
     proc.wait(10)
 
 
+CONSOLE = 'targets:\n  main:\n    resources: {%s}\n    drivers: {%s}\n'
+PORT = 'RawSerialPort: {port: /dev/ttyUSB0}'
+
+
+@pytest.mark.parametrize('target, refused', [
+    ('tcp:127.0.0.1', 'a host and a port'), ('tcp::2001', 'a host and a port'),
+    ('tcp:127.0.0.1:x', "'x' is not"), ('tcp:127.0.0.1:99999', "'99999' is not"),
+    ('tcp:127.0.0.1:0', "'0' is not"), ('tcp:[::1]:65535', None),
+    ('serial:/dev/ttyUSB0:fast', "'fast' is not"), ('serial:/dev/ttyUSB0:0', "'0' is not"),
+    ('serial:/dev/null:9600', None), ('box:overheat+hdmi-unplugged', None),
+    ('box:overheat+no-such', "no scenario 'no-such'"), ('box:../scenarios', 'no scenario'),
+    ('box:README.md', 'no scenario'), ('exec: ', 'no command'), ('usb:0', 'unknown board target'),
+    ('labgrid:/no/such.yaml', 'No such file'), ('labgrid:/', 'Is a directory'),
+    ('targets: [', 'not YAML'), ('options: {}', 'no target'), ('targets: {a: {}, b: {}}', 'no target'),
+    (CONSOLE % (PORT, 'ShellDriver: {}'), 'no console driver'),
+    (CONSOLE % ('', 'SerialDriver: {}'), 'no resource'), (CONSOLE % (PORT, 'SerialDriver: {}'), None),
+])
+def test_targets_are_checked_before_any_board_starts(target, refused, tmp_path):
+    if target.startswith(('targets', 'options')):  # a labgrid environment's text
+        (tmp_path / 'env.yaml').write_text(target)
+        target = f'labgrid:{tmp_path}/env.yaml'
+    try:
+        kind, address = parse_target(target)
+        assert not refused and (kind, address) == {
+            'tcp': ('tcp', ('::1', 65535)), 'serial': ('serial', ('/dev/null', 9600)),
+            'box': ('box', ['overheat', 'hdmi-unplugged']),
+            'labgrid': ('labgrid', (target[8:], 'main'))}[kind]
+    except ValueError as error:
+        assert refused and refused in str(error) and '\n' not in str(error), error
+
+
 def test_serial(shell_tty, tmp_path):
     smoke(f'serial:{shell_tty}:115200', tmp_path)
 
@@ -60,21 +91,76 @@ def test_labgrid_finds_a_tool_left_running(shell_tty, tmp_path):
     smoke(f'labgrid:{env}', tmp_path)
 
 
-def test_tcp(tmp_path):
+def free_port():
     with socket.socket() as probe:
         probe.bind(('127.0.0.1', 0))
-        port = probe.getsockname()[1]
+        return probe.getsockname()[1]
+
+
+@pytest.fixture
+def console_server():
+    """A console server's raw port on the box's console (socat serves one
+    connection, so it is seen listening in /proc, not by connecting)."""
+    port = free_port()
 
     def listening():
-        # Not by connecting: socat serves one connection.
         with open('/proc/net/tcp') as table:
             return any(f'0100007F:{port:04X}' in line and ' 0A ' in line for line in table)
     proc = socat(f'TCP-LISTEN:{port},bind=127.0.0.1,reuseaddr', listening)
+    yield port
+    proc.terminate()
+    proc.wait(10)
+
+
+def test_tcp(console_server, tmp_path):
+    smoke(f'tcp:127.0.0.1:{console_server}', tmp_path)
+
+
+# Enough of labgrid's coordinator (a WAMP router and the two calls labgrid's
+# client makes, without authentication) to hand out one acquired place.
+COORDINATOR = """import asyncio, json, sys
+from autobahn.asyncio.websocket import WebSocketServerFactory, WebSocketServerProtocol
+calls = json.loads(sys.argv[2])
+class Coordinator(WebSocketServerProtocol):
+    def onConnect(self, request):
+        return 'wamp.2.json'
+    def onMessage(self, payload, binary):
+        kind, *msg = json.loads(payload)
+        reply = {1: lambda: [2, 1, {'roles': {'broker': {}, 'dealer': {}}}], 32: lambda: [33] + msg[:1] * 2,
+                 48: lambda: [50, msg[0], {}, [calls[msg[2]]]], 6: lambda: [6, {}, 'wamp.close.normal']}
+        self.sendMessage(json.dumps(reply[kind]()).encode())
+asyncio.set_event_loop(loop := asyncio.new_event_loop())
+factory = WebSocketServerFactory(f'ws://127.0.0.1:{sys.argv[1]}/ws')
+factory.protocol = Coordinator
+loop.run_until_complete(loop.create_server(factory, '127.0.0.1', int(sys.argv[1])))
+print('ready', flush=True)
+loop.run_forever()
+"""
+
+
+def test_labgrid_remote_place_from_the_runner(console_server, tmp_path, monkeypatch):
+    pytest.importorskip('labgrid')
+    monkeypatch.setenv('LG_HOSTNAME', 'station')
+    monkeypatch.setenv('LG_USERNAME', 'harness')
+    path = ['exporter', 'nvr', 'NetworkSerialPort', 'console']
+    serial = dict(cls=path[2], acquired='nvr-07', avail=True,
+                  params=dict(host='127.0.0.1', port=console_server, protocol='raw'))
+    place = dict(matches=[dict(zip(('exporter', 'group', 'cls', 'name'), path))],
+                 acquired='station/harness', allowed=['station/harness'], acquired_resources=[path])
+    calls = {'org.labgrid.coordinator.get_resources': {'exporter': {'nvr': {'console': serial}}},
+             'org.labgrid.coordinator.get_places': {'nvr-07': place}}
+    port = free_port()
+    coordinator = subprocess.Popen([sys.executable, '-c', COORDINATOR, str(port), json.dumps(calls)],
+                                   stdout=subprocess.PIPE)
     try:
-        smoke(f'tcp:127.0.0.1:{port}', tmp_path)
+        assert coordinator.stdout.readline() == b'ready\n'
+        env = tmp_path / 'place.yaml'
+        env.write_text(CONSOLE % ('RemotePlace: {name: nvr-07}', 'SerialDriver: {}')
+                       + f'options: {{crossbar_url: "ws://127.0.0.1:{port}/ws"}}\n')
+        smoke(f'labgrid:{env}', tmp_path)
     finally:
-        proc.terminate()
-        proc.wait(10)
+        coordinator.terminate()
+        coordinator.wait(10)
 
 
 def test_exec_logs_in_and_restarts(monkeypatch):
