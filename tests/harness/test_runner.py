@@ -1,8 +1,10 @@
 """The runner end to end on a box: verdicts against expectations, limits,
-retries, a restart after the tool went silent, a stop, and both reports
-read back as a CI server and a production system would."""
+retries, a restart after the tool went silent (the setup run again), a stop,
+a setup step that fails, and both reports read back as a CI server and a
+production system would."""
 import json
 import shutil
+import subprocess
 import xml.etree.ElementTree as ET
 
 import pytest
@@ -15,6 +17,13 @@ name = "runner"
 [[setup]]
 name = "server"
 command = "set serverip 192.168.1.1"
+
+[[setup]]
+name = "cool"
+command = "test mainboard temperature 0 85"
+  [[setup.measure]]
+  pattern = '(?m)^\\d+\\s+-?\\d+\\s+(?P<main>-?\\d+)\\s'
+  main = { high = 60 }
 
 [[steps]]
 name = "leds"
@@ -49,7 +58,12 @@ continue_on_fail = true
 
 [[steps]]
 name = "after restart"
-command = "test led off"
+command = "download manuinfo manuinfo.txt"
+
+[[steps]]
+name = "wipe"
+command = "clear information"
+answer = "Y"
 
 [[steps]]
 name = "clock"
@@ -70,36 +84,52 @@ def test_plan_on_a_box_and_its_reports(tmp_path, capsys):
     shutil.copytree(REPO / 'sim' / 'default-state' / 'serial', serial)
     (serial / 'ttyS9').write_text('gps silent\n')
     junit, record = tmp_path / 'r.xml', tmp_path / 'r.json'
-    status = runner.main([str(plan), '--board', 'box', '--workdir', str(tmp_path / 'work'),
-                          '--junit', str(junit), '--json', str(record)])
+    status = runner.main([str(plan), '--board', 'box', '--board', 'box:overheat', '--no-db',
+                          '--workdir', str(tmp_path / 'work'), '--junit', str(junit),
+                          '--json', str(record)])
     assert status == 1
-    summary = capsys.readouterr().out.splitlines()[-2:]
-    assert summary[0].split()[:4] == ['box', '5', '3', '1'], summary
-    assert 'temperature tight: main=' in summary[0] and summary[1] == '0 of 1 boards passed'
+    summary = capsys.readouterr().out.splitlines()[-3:]
+    assert summary[0].split()[:6] == ['box', '-', '-', '9', '3', '1'], summary
+    assert summary[1].split()[:6] == ['box:overheat', '-', '-', '1', '1', '9'], summary
+    assert 'temperature tight: main=' in summary[0] and summary[2] == '0 of 2 boards passed'
 
+    # The wipe's progress bar writes backspaces, which XML cannot hold.
+    assert subprocess.run(['xmllint', '--noout', str(junit)]).returncode == 0
     suites = ET.parse(junit).getroot()
-    assert suites.tag == 'testsuites'
-    assert [suites.get(k) for k in ('tests', 'failures', 'errors', 'skipped')] == ['9', '3', '0', '1']
-    suite, = suites.findall('testsuite')
+    assert [suites.get(k) for k in ('tests', 'failures', 'errors', 'skipped')] == ['24', '4', '0', '10']
+    suite, hot = suites.findall('testsuite')
+    assert {c.get('classname') for c in suite.iter('testcase')} == {'runner.box'}
+    assert {c.get('classname') for c in hot.iter('testcase')} == {'runner.box:overheat'}
     cases = {c.get('name'): c for c in suite.findall('testcase')}
-    assert list(cases) == ['server', 'leds', 'clock unset', 'temperature', 'temperature tight',
-                           'silent receiver', 'after restart', 'clock', 'never']
+    assert list(cases) == ['server', 'cool', 'leds', 'clock unset', 'temperature',
+                           'temperature tight', 'silent receiver', 'after restart', 'wipe',
+                           'clock', 'never', 'server (after restart)', 'cool (after restart)']
     failed = {name for name, c in cases.items() if c.find('failure') is not None}
     assert failed == {'temperature tight', 'silent receiver', 'clock'}
     assert cases['never'].find('skipped') is not None
-    assert 'test rtc gettime' in cases['clock'].find('failure').text
+    assert 'test rtc gettime\nFailed to get nvram' in cases['clock'].find('failure').text
     props = {p.get('name'): p.get('value') for p in cases['temperature'].iter('property')}
     assert 0 <= int(props['temperature.main']) <= 85
     assert props['temperature.main.limits'] == 'low=0 high=85 unit=degC'
+    props = {p.get('name'): p.get('value') for p in suite.find('properties')}
+    assert 'silent receiver: no prompt' in props['restart']
+    assert '\\x08' in suite.find('system-out').text
 
-    board, = json.loads(record.read_text())['boards']
-    assert 'EQUIPMENT_TEST_OK' in board['banner'] and 'BOARD' in board['version']
-    steps = {s['name']: s for s in board['steps']}
-    assert steps['temperature tight']['attempts'] == 2
+    box, overheat = json.loads(record.read_text())['boards']
+    assert 'EQUIPMENT_TEST_OK' in box['banner'] and 'BOARD' in box['version']
+    steps = {s['name']: s for s in box['steps']}
+    assert [a['n'] for a in steps['temperature tight']['attempts']] == [1, 2]
     assert steps['temperature tight']['measurements'][0]['limits'] == {'high': 1}
     assert steps['silent receiver']['verdict'] == 'timeout'
+    # The setup ran again after the restart, so the transfer found its server.
     assert steps['after restart']['ok'] and steps['clock unset']['ok']
+    assert steps['server (after restart)']['rerun'] and steps['cool (after restart)']['ok']
+    assert [e['kind'] for e in box['events']] == ['restart']
+    assert steps['wipe']['confirmation'] == 'Y' and steps['wipe']['attempts'][0]['confirmation'] == 'Y'
     assert steps['clock']['why'].startswith('verdict fail, expected pass')
+    assert 'test result:fail\r' in steps['clock']['raw'] and 'test result' not in steps['clock']['text']
+    # A failed setup step ends the board's plan.
+    assert [s['status'] for s in overheat['steps']] == ['passed', 'failed'] + ['skipped'] * 9
 
 
 @pytest.mark.parametrize('plan, message', [
@@ -112,5 +142,5 @@ def test_plan_on_a_box_and_its_reports(tmp_path, capsys):
 def test_bad_plans_are_refused_before_any_board(tmp_path, capsys, plan, message):
     path = tmp_path / 'plan.toml'
     path.write_text(plan)
-    assert runner.main([str(path), '--board', 'box']) == 2
+    assert runner.main([str(path), '--board', 'box', '--no-db']) == 2
     assert message in capsys.readouterr().err
