@@ -191,15 +191,15 @@ def _shown(url):
 
 
 def _check_dir(url, path):
-    parent = path.parent.resolve()
-    if not parent.is_dir():
-        raise RecordError(f'cannot open the database {url}: no directory {parent}')
     # A probe file says it for root too, where access() says yes to anything;
     # SQLite's journal needs the directory writable, not just the file.
+    parent = path.parent.absolute()
     probe = parent / f'.{path.name}.{os.getpid()}.probe'
     try:
         os.close(os.open(probe, os.O_CREAT | os.O_EXCL | os.O_WRONLY, 0o600))
         os.unlink(probe)
+    except FileNotFoundError:
+        raise RecordError(f'cannot open the database {url}: no directory {parent}') from None
     except OSError as e:
         raise RecordError(f'cannot open the database {url}: cannot write in '
                           f'{parent} ({e.strerror})') from None
@@ -223,7 +223,7 @@ def _migrate(db, url):
         run('CREATE TABLE IF NOT EXISTS schema_version (version INTEGER NOT NULL)')
         have = run('SELECT max(version) FROM schema_version')[0][0] or 0
         if have > len(MIGRATIONS):
-            raise RecordError(f'the database {_shown(url)} has schema version {have}, newer '
+            raise RecordError(f'the database {_shown(url)}: schema version {have} is newer '
                               f"than this harness's {len(MIGRATIONS)}: use a newer harness")
         for version in range(have + 1, len(MIGRATIONS) + 1):
             for sql in MIGRATIONS[version - 1]:
