@@ -329,6 +329,9 @@ class BoardRun:
         board.duration = time.monotonic() - self.clock
         failed = board.error or not all(s.ok for s in board.all_steps())
         board.verdict = 'interrupted' if not self.completed else ('fail' if failed else 'pass')
+        if board.verdict == 'interrupted':
+            for step in board.all_steps():
+                step.skipped = step.skipped or step.seq not in self.recorded  # cut short: not run
         if board.visit:
             if board.verdict == 'interrupted':
                 self.event('interrupt', self.ctx.signal_name())
