@@ -4,7 +4,6 @@ any board starts, and stations sharing one PostgreSQL."""
 import hashlib
 import io
 import json
-import os
 import signal
 import sqlite3
 import subprocess
