@@ -301,21 +301,27 @@ class BoardRun:
             self.open()
             self.steps()
             self.completed = True
-        except Stopped:
-            pass
-        except (ConsoleError, OSError, EOFError, ValueError) as e:
+        except Exception as e:  # noqa: BLE001 - after a stop, whatever the torn link raised
             if not self.stopped:
-                board.error = str(e)
-                self.completed = True
-                self.skip_rest(0)
+                self.fail(e)
         finally:
             self.close()
             self.finish()
 
+    def fail(self, error):
+        """The board cannot go on: the steps not run are skipped."""
+        self.board.error = str(error) or type(error).__name__
+        self.completed = True
+        self.skip_rest(0)
+        if not isinstance(error, (ConsoleError, OSError, EOFError, ValueError)):
+            raise error
+
     def close(self):
         with self.lock:
             console, self.console = self.console, None
-        if console and not self.stopped:
+        if console and self.stopped:
+            console.link.close()  # a restart may have begun a new box since the stop
+        elif console:
             console.close()
 
     def finish(self):

@@ -70,7 +70,7 @@ def test_each_board_recorded_under_its_identity(tmp_path, db_url):
     assert [record['run'][k] for k in ('station', 'operator', 'plan_sha256', 'plan_path')] == \
         ['line1', 'ana', sha, str(PLAN)]
     assert [(b['serial'], b['identity']['board'], b['verdict']) for b in record['boards']] == \
-        [('SN0001', '1001', 'pass'), ('SN0002', '1001', 'fail')]
+        [('SN0001', '1001', 'pass'), ('SN0002', '1001', 'fail')], ran.stdout[-500:]
 
     visits = rows(db_url, 'SELECT v.serial, v.identity, v.station, v.operator, r.plan_sha256,'
                           ' v.verdict FROM visits v JOIN runs r ON r.id = v.run_id ORDER BY v.seq')
@@ -179,8 +179,9 @@ def test_bad_record_inputs_are_refused_before_any_board(tmp_path, capsys, monkey
 def test_stations_share_one_postgresql(tmp_path, pg_url):
     plan = tmp_path / 'plan.toml'
     plan.write_text(SHORT)
+    # Two boxes at a time per station: the four stations still write at once.
     runs = [harness(plan, *[a for n in range(8) for a in ('--board', f'box@SN{s}{n:03d}')],
-                    '--station', f'line{s}', '--db', pg_url, '--workdir', tmp_path / f'w{s}',
+                    '--station', f'line{s}', '--db', pg_url, '--workdir', tmp_path / f'w{s}', '--jobs', 2,
                     cwd=tmp_path, wait=False) for s in range(4)]
     assert [r.wait(timeout=300) for r in runs] == [0] * 4, [r.stderr.read() for r in runs]
     assert sorted(rows(pg_url, 'SELECT station, status FROM runs')) == [(f'line{s}', 'done') for s in range(4)]
