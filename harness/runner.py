@@ -275,7 +275,8 @@ class BoardRun:
                                    'setup', step.command, step.expect, rerun=True)
                 self.board.reruns.append(again)
                 if not self.finish_step(again, self.step(step, again)):
-                    raise ConsoleError(f'{step.name}: failed after a restart; the board plan stops here')
+                    raise ConsoleError(f'{step.name}: failed after a restart; '
+                                       'the board plan stops here')
         finally:
             self.rerunning = False
 
@@ -293,8 +294,9 @@ class BoardRun:
     def run(self):
         board = self.board
         board.started = now()
-        visit = dict(seq=board.seq, label=board.label, target=board.target, serial=board.scanned,
-                     station=self.ctx.station, operator=self.options.operator, started=board.started)
+        visit = dict(seq=board.seq, label=board.label, target=board.target,
+                     serial=board.scanned, station=self.ctx.station,
+                     operator=self.options.operator, started=board.started)
         board.visit = self.record.start_visit(self.ctx.run_id, visit)
         try:
             self.progress.update(board, 'starting')
@@ -354,7 +356,8 @@ class BoardRun:
             self.setup_ran += record.phase == 'setup'
             self.show(i, step, 'pass' if ok else f'FAIL {record.why}')
             if not self.console.usable and self.console.kind not in RESTARTABLE:
-                self.board.error = f'{step.name}: the tool stopped answering; the board plan stops here'
+                self.board.error = (f'{step.name}: the tool stopped answering; '
+                                    'the board plan stops here')
             elif ok or (record.phase == 'step' and step.continue_on_fail):
                 continue
             return self.skip_rest(i + 1)
@@ -442,7 +445,8 @@ def parse_args(argv):
     ap.add_argument('plan', help='the plan (TOML)')
     ap.add_argument('--board', dest='targets', action='append', required=True, metavar='TARGET',
                     help='box[:SCENARIO+...], serial:DEVICE[:BAUD], tcp:HOST:PORT, exec:COMMAND, '
-                         'labgrid:ENV.yaml, each with @SERIAL when scanned (repeat for more boards)')
+                         'labgrid:ENV.yaml, each with @SERIAL when scanned '
+                         '(repeat for more boards)')
     ap.add_argument('--scan', action='store_true',
                     help='ask for each board\'s serial number (a barcode scanner\'s line)')
     ap.add_argument('--station', default=socket.gethostname(), help='default: the host name')
@@ -452,7 +456,8 @@ def parse_args(argv):
     ap.add_argument('--no-db', action='store_true', help='keep no record in a database')
     ap.add_argument('--junit', metavar='FILE', help='write a JUnit XML report')
     ap.add_argument('--json', metavar='FILE', help='write the whole record as JSON')
-    ap.add_argument('--jobs', type=int, default=0, metavar='N', help='boards run at once (default all)')
+    ap.add_argument('--jobs', type=int, default=0, metavar='N',
+                    help='boards run at once (default all)')
     ap.add_argument('--real-time', action='store_true', help='box boards keep real time')
     ap.add_argument('--log-dir', metavar='DIR', help='keep each console\'s bytes there')
     ap.add_argument('--workdir', metavar='DIR', help='keep the boxes\' state there')
