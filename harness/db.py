@@ -89,9 +89,35 @@ def _insert(table, keys):
 
 # -- the two drivers -------------------------------------------------------
 
-class _SQLite:
+class _Driver:
+    begin = 'BEGIN'
+
+    @staticmethod
+    def adapt(value):
+        return value
+
+    def transaction(self, work):
+        """WORK(run) in one transaction; run(sql, params) gives the rows."""
+        cur = self.conn.cursor()
+        cur.execute(self.begin)
+        try:
+            result = work(_runner(cur, self.sql, self.adapt))
+            cur.execute('COMMIT')
+            return result
+        except BaseException:
+            _quietly(cur.execute, 'ROLLBACK')
+            raise
+
+    def close(self):
+        self.conn.close()
+
+
+class _SQLite(_Driver):
     kind = 'sqlite'
+    # The write lock at once: a reader that turns writer waits no busy timeout.
+    begin = 'BEGIN IMMEDIATE'
     lost = (sqlite3.OperationalError, sqlite3.InterfaceError)
+    error = sqlite3.Error
 
     def __init__(self, url):
         path = Path(url[len('sqlite:///'):])
@@ -113,33 +139,24 @@ class _SQLite:
     def sql(text):
         return text
 
-    def transaction(self, work):
-        cur = self.conn.cursor()
-        cur.execute('BEGIN IMMEDIATE')
-        try:
-            result = work(_runner(cur, self.sql, lambda v: v))
-            cur.execute('COMMIT')
-            return result
-        except BaseException:
-            _quietly(cur.execute, 'ROLLBACK')
-            raise
+    def batch(self, statements):
+        self.transaction(lambda run: [run(*s) for s in statements])
 
     def fix(self, row):
         return tuple(row)
 
-    def close(self):
-        self.conn.close()
 
-
-class _Postgres:
+class _Postgres(_Driver):
     kind = 'postgresql'
 
     def __init__(self, url):
         if psycopg2 is None:
             raise RecordError(f'cannot open {_shown(url)}: python3-psycopg2 is not installed')
         self.lost = (psycopg2.OperationalError, psycopg2.InterfaceError)
+        self.error = psycopg2.Error
         try:
             self.conn = psycopg2.connect(url, connect_timeout=10)
+            self.conn.autocommit = True     # transactions are ours: a call is one round trip
         except psycopg2.Error as e:
             reason = ' '.join(str(e).split())
             raise RecordError(f'cannot open the database {_shown(url)}: {reason}') from None
@@ -151,20 +168,19 @@ class _Postgres:
         return re.sub(r"'[^']*'|\?|%", lambda m: {'?': '%s', '%': '%%'}.get(
             m.group(), m.group().replace('%', '%%')), re.sub(r'\bBLOB\b', 'BYTEA', text))
 
-    def transaction(self, work):
-        try:
-            result = work(_runner(self.conn.cursor(), self.sql, _pg))
-            self.conn.commit()
-            return result
-        except BaseException:
-            _quietly(self.conn.rollback)
-            raise
+    def batch(self, statements):
+        # Statements sent as one text are one transaction, in one round trip.
+        cur = self.conn.cursor()
+        cur.execute(b'; '.join(cur.mogrify(self.sql(sql), [self.adapt(p) for p in params])
+                               for sql, params in statements))
+
+    @staticmethod
+    def adapt(value):
+        # PostgreSQL's text refuses NUL; the raw bytes keep the console as it was.
+        return value.replace('\x00', '\ufffd') if isinstance(value, str) else value
 
     def fix(self, row):
         return tuple(bytes(v) if isinstance(v, memoryview) else v for v in row)
-
-    def close(self):
-        self.conn.close()
 
 
 def _runner(cur, translate, adapt):
@@ -172,11 +188,6 @@ def _runner(cur, translate, adapt):
         cur.execute(translate(sql), [adapt(p) for p in params])
         return cur.fetchall() if cur.description else []
     return run
-
-
-def _pg(value):
-    # PostgreSQL's text refuses NUL; the raw bytes keep the console as it was.
-    return value.replace('\x00', '\ufffd') if isinstance(value, str) else value
 
 
 def _quietly(call, *args):
@@ -206,7 +217,7 @@ def _check_dir(url, path):
 
 
 def _driver(url):
-    if url.startswith('sqlite:///'):
+    if url.startswith('sqlite:///') and len(url) > len('sqlite:///'):
         return _SQLite(url)
     if url.startswith(('postgresql://', 'postgres://')):
         return _Postgres(url)
@@ -243,9 +254,10 @@ def open_record(url, spool_dir=None):
     except RecordError:
         db.close()
         raise
-    except db.lost as e:
+    except db.error as e:
         db.close()
-        raise RecordError(f'cannot open the database {_shown(url)}: {e}') from None
+        reason = ' '.join(str(e).split())
+        raise RecordError(f'cannot open the database {_shown(url)}: {reason}') from None
     return Record(db, spool_dir)
 
 
@@ -256,7 +268,7 @@ class Record:
         self._db = db
         self.kind = db.kind
         self.spool = None
-        self._spool_dir = Path(spool_dir or '.')
+        self._spool_dir = Path(spool_dir or '.').absolute()
         self._lock = threading.Lock()
         self._run_id = None
 
@@ -294,7 +306,10 @@ class Record:
         with self._lock:
             if self.spool:
                 raise RecordError(f'the database is lost; the records are in {self.spool}')
-            rows = self._db.transaction(lambda run: run(sql, params))
+            try:
+                rows = self._db.transaction(lambda run: run(sql, params))
+            except self._db.error as e:
+                raise RecordError(f"the query failed: {' '.join(str(e).split())}") from None
         return [self._db.fix(r) for r in rows]
 
     def close(self):
@@ -306,7 +321,7 @@ class Record:
         with self._lock:
             if not self.spool:
                 try:
-                    self._db.transaction(lambda run: [run(*s) for s in statements])
+                    self._db.batch(statements)
                     return
                 except self._db.lost as e:
                     self._lose(e)

@@ -56,8 +56,8 @@ def test_boards_written_at_once_read_back_exactly(db_url):
     records = [open_record(db_url) for _ in range(2)]    # two stations, one database
     with ThreadPoolExecutor(2) as pool:
         runs = list(pool.map(write_run, records, ['line1', 'line2'], [6, 6], [12, 12]))
-    record = records[0]
-    record.add_step(runs[0][1][0], dict(step(3), why='again'))   # a second add changes nothing
+    records[0].add_step(runs[0][1][0], dict(step(3), why='again'))  # a second add: no change
+    record = open_record(db_url)            # what each call committed, seen from elsewhere
     visits = [v for _, vs in runs for v in vs]
     rows = record.query('SELECT visit_id, seq, raw, text, ok, attempts FROM steps')
     assert sorted(r[:2] for r in rows) == sorted((v, s) for v in visits for s in range(12))
@@ -80,7 +80,9 @@ def test_boards_written_at_once_read_back_exactly(db_url):
     assert record.query('SELECT count(*) FROM events WHERE kind = ?', ['restart']) == [(12,)]
     assert record.query("SELECT status, argv FROM runs WHERE station LIKE 'line%'") == \
         [('done', '["run", "--board", "box"]')] * 2
-    for r in records:
+    if record.kind == 'sqlite':             # readers and writers at once on one file
+        assert record.query('PRAGMA journal_mode') == [('wal',)]
+    for r in records + [record]:
         r.close()
 
 
@@ -93,6 +95,8 @@ def test_older_schema_upgraded_in_place_newer_refused(db_url, monkeypatch):
     record = open_record(db_url)
     assert record.query('SELECT version FROM schema_version') == [(len(db.MIGRATIONS),)]
     assert record.query('SELECT id, station FROM runs') == [(run, 'old')]
+    with pytest.raises(RecordError, match='^the query failed: .*nope'):
+        record.query('SELECT nope FROM runs')
     write_run(record, 'new', 2, 3)                      # the events table is there now
     record.query('UPDATE schema_version SET version = 99')
     with pytest.raises(RecordError, match=f"schema version 99 is newer than this harness's "
