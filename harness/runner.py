@@ -268,10 +268,11 @@ class BoardRun:
         self.checkpoint()
         why, self.lost = self.lost or 'the tool stopped answering', None
         self.event('restart', why)
+        restarts = sum(e['kind'] == 'restart' for e in self.board.events)
         self.rerunning = True  # a setup step that hangs again ends the board's plan
         try:
             for step in self.plan.setup[:self.setup_ran]:
-                again = StepRecord(len(self.board.all_steps()), f'{step.name} (after restart)',
+                again = StepRecord(len(self.board.all_steps()), f'{step.name} (after restart {restarts})',
                                    'setup', step.command, step.expect, rerun=True)
                 self.board.reruns.append(again)
                 if not self.finish_step(again, self.step(step, again)):

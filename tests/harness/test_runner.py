@@ -61,6 +61,12 @@ name = "after restart"
 command = "download manuinfo manuinfo.txt"
 
 [[steps]]
+name = "silent again"
+command = "test nvrgps get satellite 0"
+timeout = 1
+continue_on_fail = true
+
+[[steps]]
 name = "wipe"
 command = "clear information"
 answer = "Y"
@@ -89,30 +95,32 @@ def test_plan_on_a_box_and_its_reports(tmp_path, capsys):
                           '--json', str(record)])
     assert status == 1
     summary = capsys.readouterr().out.splitlines()[-3:]
-    assert summary[0].split()[:6] == ['box', '-', '-', '9', '3', '1'], summary
-    assert summary[1].split()[:6] == ['box:overheat', '-', '-', '1', '1', '9'], summary
+    assert summary[0].split()[:6] == ['box', '-', '-', '11', '4', '1'], summary
+    assert summary[1].split()[:6] == ['box:overheat', '-', '-', '1', '1', '10'], summary
     assert 'temperature tight: main=' in summary[0] and summary[2] == '0 of 2 boards passed'
 
     # The wipe's progress bar writes backspaces, which XML cannot hold.
     assert subprocess.run(['xmllint', '--noout', str(junit)]).returncode == 0
     suites = ET.parse(junit).getroot()
-    assert [suites.get(k) for k in ('tests', 'failures', 'errors', 'skipped')] == ['24', '4', '0', '10']
+    assert [suites.get(k) for k in ('tests', 'failures', 'errors', 'skipped')] == ['28', '5', '0', '11']
     suite, hot = suites.findall('testsuite')
     assert {c.get('classname') for c in suite.iter('testcase')} == {'runner.box'}
     assert {c.get('classname') for c in hot.iter('testcase')} == {'runner.box:overheat'}
     cases = {c.get('name'): c for c in suite.findall('testcase')}
     assert list(cases) == ['server', 'cool', 'leds', 'clock unset', 'temperature',
-                           'temperature tight', 'silent receiver', 'after restart', 'wipe',
-                           'clock', 'never', 'server (after restart)', 'cool (after restart)']
+                           'temperature tight', 'silent receiver', 'after restart', 'silent again',
+                           'wipe', 'clock', 'never', 'server (after restart 1)',
+                           'cool (after restart 1)', 'server (after restart 2)',
+                           'cool (after restart 2)']
     failed = {name for name, c in cases.items() if c.find('failure') is not None}
-    assert failed == {'temperature tight', 'silent receiver', 'clock'}
+    assert failed == {'temperature tight', 'silent receiver', 'silent again', 'clock'}
     assert cases['never'].find('skipped') is not None
     assert 'test rtc gettime\nFailed to get nvram' in cases['clock'].find('failure').text
     props = {p.get('name'): p.get('value') for p in cases['temperature'].iter('property')}
     assert 0 <= int(props['temperature.main']) <= 85
     assert props['temperature.main.limits'] == 'low=0 high=85 unit=degC'
-    props = {p.get('name'): p.get('value') for p in suite.find('properties')}
-    assert 'silent receiver: no prompt' in props['restart']
+    restarts = [p.get('value') for p in suite.find('properties') if p.get('name') == 'restart']
+    assert [r.split(' ', 1)[1].split(':')[0] for r in restarts] == ['silent receiver', 'silent again']
     assert '\\x08' in suite.find('system-out').text
 
     box, overheat = json.loads(record.read_text())['boards']
@@ -123,13 +131,15 @@ def test_plan_on_a_box_and_its_reports(tmp_path, capsys):
     assert steps['silent receiver']['verdict'] == 'timeout'
     # The setup ran again after the restart, so the transfer found its server.
     assert steps['after restart']['ok'] and steps['clock unset']['ok']
-    assert steps['server (after restart)']['rerun'] and steps['cool (after restart)']['ok']
-    assert [e['kind'] for e in box['events']] == ['restart']
+    assert all(steps[f'{name} (after restart {n})']['rerun'] for name in ('server', 'cool')
+               for n in (1, 2))
+    assert [e['kind'] for e in box['events']] == ['restart', 'restart']
+    assert [s['status'] for s in box['steps'][-4:]] == ['passed'] * 4
     assert steps['wipe']['confirmation'] == 'Y' and steps['wipe']['attempts'][0]['confirmation'] == 'Y'
     assert steps['clock']['why'].startswith('verdict fail, expected pass')
     assert 'test result:fail\r' in steps['clock']['raw'] and 'test result' not in steps['clock']['text']
     # A failed setup step ends the board's plan.
-    assert [s['status'] for s in overheat['steps']] == ['passed', 'failed'] + ['skipped'] * 9
+    assert [s['status'] for s in overheat['steps']] == ['passed', 'failed'] + ['skipped'] * 10
 
 
 @pytest.mark.parametrize('plan, message', [
