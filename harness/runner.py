@@ -272,8 +272,9 @@ class BoardRun:
         self.rerunning = True  # a setup step that hangs again ends the board's plan
         try:
             for step in self.plan.setup[:self.setup_ran]:
-                again = StepRecord(len(self.board.all_steps()), f'{step.name} (after restart {restarts})',
-                                   'setup', step.command, step.expect, rerun=True)
+                again = StepRecord(len(self.board.all_steps()),
+                                   f'{step.name} (after restart {restarts})', 'setup',
+                                   step.command, step.expect, rerun=True)
                 self.board.reruns.append(again)
                 if not self.finish_step(again, self.step(step, again)):
                     raise ConsoleError(f'{step.name}: failed after a restart; '
