@@ -395,8 +395,6 @@ class Run:
             with gate:
                 if self.signum is None:
                     board.run()
-                else:
-                    board.finish()
 
         threads = [threading.Thread(target=one, args=(b,), daemon=True) for b in self.boards]
         for t in threads:
@@ -407,7 +405,7 @@ class Run:
                 t.join(0.2)
                 if self.signum is not None and deadline is None:
                     deadline = time.monotonic() + STOP_GRACE
-            board.finish()  # a board still stuck after a stop is ended here
+            board.finish()  # after a stop: a board not begun, or still stuck
 
 
 def board_labels(names):

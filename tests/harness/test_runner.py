@@ -90,20 +90,24 @@ def test_plan_on_a_box_and_its_reports(tmp_path, capsys):
     shutil.copytree(REPO / 'sim' / 'default-state' / 'serial', serial)
     (serial / 'ttyS9').write_text('gps silent\n')
     junit, record = tmp_path / 'r.xml', tmp_path / 'r.json'
-    status = runner.main([str(plan), '--board', 'box', '--board', 'box:overheat', '--no-db',
+    # exec:true: a board whose console ends before the tool starts.
+    status = runner.main([str(plan), '--board', 'box', '--board', 'box:overheat',
+                          '--board', 'exec:true', '--no-db',
                           '--workdir', str(tmp_path / 'work'), '--junit', str(junit),
                           '--json', str(record)])
     assert status == 1
-    summary = capsys.readouterr().out.splitlines()[-3:]
+    summary = capsys.readouterr().out.splitlines()[-4:]
     assert summary[0].split()[:6] == ['box', '-', '-', '11', '4', '1'], summary
     assert summary[1].split()[:6] == ['box:overheat', '-', '-', '1', '1', '10'], summary
-    assert 'temperature tight: main=' in summary[0] and summary[2] == '0 of 2 boards passed'
+    assert summary[2].split()[:6] == ['exec:true', '-', '-', '0', '0', '12'], summary
+    assert 'the console ended' in summary[2] and summary[3] == '0 of 3 boards passed'
+    assert 'temperature tight: main=' in summary[0]
 
     # The wipe's progress bar writes backspaces, which XML cannot hold.
     assert subprocess.run(['xmllint', '--noout', str(junit)]).returncode == 0
     suites = ET.parse(junit).getroot()
-    assert [suites.get(k) for k in ('tests', 'failures', 'errors', 'skipped')] == ['28', '5', '0', '11']
-    suite, hot = suites.findall('testsuite')
+    assert [suites.get(k) for k in ('tests', 'failures', 'errors', 'skipped')] == ['40', '5', '1', '23']
+    suite, hot, _ = suites.findall('testsuite')
     assert {c.get('classname') for c in suite.iter('testcase')} == {'runner.box'}
     assert {c.get('classname') for c in hot.iter('testcase')} == {'runner.box:overheat'}
     cases = {c.get('name'): c for c in suite.findall('testcase')}
@@ -123,7 +127,8 @@ def test_plan_on_a_box_and_its_reports(tmp_path, capsys):
     assert [r.split(' ', 1)[1].split(':')[0] for r in restarts] == ['silent receiver', 'silent again']
     assert '\\x08' in suite.find('system-out').text
 
-    box, overheat = json.loads(record.read_text())['boards']
+    box, overheat, gone = json.loads(record.read_text())['boards']
+    assert gone['verdict'] == 'fail' and 'the console ended' in gone['error']
     assert 'EQUIPMENT_TEST_OK' in box['banner'] and 'BOARD' in box['version']
     steps = {s['name']: s for s in box['steps']}
     assert [a['n'] for a in steps['temperature tight']['attempts']] == [1, 2]
@@ -136,6 +141,8 @@ def test_plan_on_a_box_and_its_reports(tmp_path, capsys):
     assert [e['kind'] for e in box['events']] == ['restart', 'restart']
     assert [s['status'] for s in box['steps'][-4:]] == ['passed'] * 4
     assert steps['wipe']['confirmation'] == 'Y' and steps['wipe']['attempts'][0]['confirmation'] == 'Y'
+    assert cases['wipe'].find('properties/property').attrib == {'name': 'wipe.confirmation',
+                                                                'value': 'Y'}
     assert steps['clock']['why'].startswith('verdict fail, expected pass')
     assert 'test result:fail\r' in steps['clock']['raw'] and 'test result' not in steps['clock']['text']
     # A failed setup step ends the board's plan.
