@@ -487,12 +487,12 @@ def check_serial(plan, serial, where):
     return serial
 
 
-def scan(plan, targets, serials, ask=input):
+def scan(plan, targets, serials):
     """The missing serial numbers, one line per board as a scanner types it."""
     for i, target in enumerate(targets):
         if serials[i] is None:
             try:
-                line = ask(f'scan board {i + 1} ({target}): ')
+                line = input(f'scan board {i + 1} ({target}): ')
             except EOFError:
                 line = ''
             serials[i] = check_serial(plan, line.strip(), f'board {i + 1} ({target})')
