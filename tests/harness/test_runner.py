@@ -96,6 +96,8 @@ def test_plan_on_a_box_and_its_reports(tmp_path, capsys):
                           '--workdir', str(tmp_path / 'work'), '--junit', str(junit),
                           '--json', str(record)])
     assert status == 1
+    # Reports readable by the line's other accounts, as any file it writes.
+    assert [oct(p.stat().st_mode & 0o777) for p in (junit, record)] == ['0o644'] * 2
     summary = capsys.readouterr().out.splitlines()[-4:]
     assert summary[0].split()[:6] == ['box', '-', '-', '11', '4', '1'], summary
     assert summary[1].split()[:6] == ['box:overheat', '-', '-', '1', '1', '10'], summary
