@@ -144,6 +144,7 @@ def test_an_interrupted_run_keeps_every_finished_step(tmp_path, sig, status, ver
     assert rows(url, 'SELECT kind, detail FROM events') == [('interrupt', name)] * 4
     record = json.loads((tmp_path / 'r.json').read_text())
     assert record['run']['status'] == 'interrupted'
+    assert [b['label'] for b in record['boards']] == ['box#1', 'box#2', 'box#3', 'box#4']
     assert {(b['visit'] is not None, b['verdict']) for b in record['boards']} == {(True, 'interrupted')}
     ran = {(i, s['name']) for i, b in enumerate(record['boards'])
            for s in b['steps'] if s['status'] != 'skipped'}
