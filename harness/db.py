@@ -132,6 +132,7 @@ class _SQLite(_Driver):
             # Each commit survives the runner's death (SIGKILL); only a power
             # cut may take the last few, for no fsync per step.
             self.conn.execute('PRAGMA synchronous = NORMAL')
+            self.conn.execute('PRAGMA foreign_keys = ON')     # as PostgreSQL does
         except sqlite3.Error as e:
             raise RecordError(f'cannot open the database {url}: {e}') from None
 
@@ -155,7 +156,11 @@ class _Postgres(_Driver):
         self.lost = (psycopg2.OperationalError, psycopg2.InterfaceError)
         self.error = psycopg2.Error
         try:
-            self.conn = psycopg2.connect(url, connect_timeout=10)
+            # A server whose host vanished, not even refusing, is found lost
+            # within seconds rather than holding every board's next step.
+            self.conn = psycopg2.connect(url, connect_timeout=10, keepalives_idle=5,
+                                         keepalives_interval=2, keepalives_count=3,
+                                         tcp_user_timeout=10000)
             self.conn.autocommit = True     # transactions are ours: a call is one round trip
         except psycopg2.Error as e:
             reason = ' '.join(str(e).split())
@@ -258,18 +263,23 @@ def open_record(url, spool_dir=None):
         db.close()
         reason = ' '.join(str(e).split())
         raise RecordError(f'cannot open the database {_shown(url)}: {reason}') from None
-    return Record(db, spool_dir)
+    return Record(db, url, spool_dir)
 
 
 class Record:
-    """The writer board threads share: each call is one transaction, under one lock."""
+    """The writer board threads share: each call is one transaction.
 
-    def __init__(self, db, spool_dir=None):
-        self._db = db
-        self.kind = db.kind
-        self.spool = None
+    SQLite has one writer at a time: one connection. PostgreSQL gets up to
+    POOL connections, opened as the boards need them, so that their commits
+    share the server's disk flushes rather than queue for one each."""
+    POOL = 8
+
+    def __init__(self, db, url, spool_dir=None):
+        self.kind, self.spool, self._url = db.kind, None, url
         self._spool_dir = Path(spool_dir or '.').absolute()
-        self._lock = threading.Lock()
+        self._lock = threading.Condition()      # the idle connections, the spool
+        self._idle, self._open = [db], 1
+        self._most = self.POOL if db.kind == 'postgresql' else 1
         self._run_id = None
 
     # The public calls make their ids, then go through _call, which the spool
@@ -303,37 +313,83 @@ class Record:
 
     def query(self, sql, params=()):
         """Rows of SQL written with `?` placeholders, on either database."""
-        with self._lock:
-            if self.spool:
-                raise RecordError(f'the database is lost; the records are in {self.spool}')
-            try:
-                rows = self._db.transaction(lambda run: run(sql, params))
-            except self._db.error as e:
-                raise RecordError(f"the query failed: {' '.join(str(e).split())}") from None
-        return [self._db.fix(r) for r in rows]
+        if self.spool:
+            raise RecordError(f'the database is lost; the records are in {self.spool}')
+        try:
+            return self._using(lambda db: [db.fix(r) for r in db.transaction(
+                lambda run: run(sql, params))])
+        except _Lost as e:                  # _Failed too
+            raise RecordError(f'the query failed: {e.reason}') from None
 
     def close(self):
         with self._lock:
-            _quietly(self._db.close)
+            for db in self._idle:
+                _quietly(db.close)
+            self._open -= len(self._idle)
+            self._idle = []
 
     def _call(self, what, *args):
         statements = getattr(_Calls, what)(*args)
+        if not self.spool:
+            try:
+                return self._using(lambda db: db.batch(statements))
+            except _Failed as e:
+                raise RecordError(f'the database refused the {what}: {e.reason}') from None
+            except _Lost as e:
+                self._lose(e.reason)
         with self._lock:
-            if not self.spool:
-                try:
-                    self._db.batch(statements)
-                    return
-                except self._db.lost as e:
-                    self._lose(e)
             with open(self.spool, 'a', encoding='utf-8') as f:
                 f.write(json.dumps({'call': what, 'args': args}, default=_encode) + '\n')
 
-    def _lose(self, error):
-        name = f'results-spool-{self._run_id or uuid.uuid4().hex}.jsonl'
-        self.spool = self._spool_dir / name
-        reason = ' '.join(str(error).split()) or type(error).__name__
+    def _using(self, work):
+        """WORK(db) on an idle connection, or a new one while there are fewer
+        than the most; _Lost when the database went away."""
+        with self._lock:
+            self._lock.wait_for(lambda: self._idle or self._open < self._most)
+            db = self._idle.pop() if self._idle else None
+            self._open += db is None
+        try:
+            db = db or _driver(self._url)
+            result = work(db)
+        except RecordError as e:            # no new connection: the server is gone
+            self._drop(None)
+            raise _Lost(str(e)) from None
+        except db.lost as e:
+            self._drop(db)
+            raise _Lost(e) from None
+        except db.error as e:
+            self._drop(db, keep=True)
+            raise _Failed(e) from None
+        self._drop(db, keep=True)
+        return result
+
+    def _drop(self, db, keep=False):
+        with self._lock:
+            if keep:
+                self._idle.append(db)
+            else:
+                self._open -= 1
+                db and _quietly(db.close)
+            self._lock.notify()
+
+    def _lose(self, reason):
+        with self._lock:
+            if self.spool:
+                return
+            name = f'results-spool-{self._run_id or uuid.uuid4().hex}.jsonl'
+            self.spool = self._spool_dir / name
         print(f'database lost ({reason}): the records go to {self.spool}; '
               f'load them with harness/results import {self.spool}', file=sys.stderr)
+
+
+class _Lost(Exception):
+    def __init__(self, error):
+        super().__init__(error)
+        self.reason = ' '.join(str(error).split()) or type(error).__name__
+
+
+class _Failed(_Lost):
+    """An error of the statement, not of the connection."""
 
 
 class _Calls:
@@ -423,16 +479,21 @@ def _decode(obj):
 def import_spool(record, path):
     """Load a spool's calls into RECORD in their order; the count of calls.
     Loading one twice changes nothing."""
+    try:
+        lines = Path(path).read_text(encoding='utf-8').splitlines()
+    except (OSError, UnicodeError) as e:
+        raise RecordError(f'cannot read the spool {path}: {e}') from None
     count = 0
-    with open(path, encoding='utf-8') as f:
-        for n, line in enumerate(f, 1):
-            if not line.strip():
-                continue
-            try:
-                entry = json.loads(line, object_hook=_decode)
-                getattr(_Calls, entry['call'])
-            except (ValueError, KeyError, AttributeError, TypeError):
-                raise RecordError(f'{path}:{n}: not a line of a results spool') from None
-            record._call(entry['call'], *entry['args'])
-            count += 1
+    for n, line in enumerate(lines, 1):
+        if not line.strip():
+            continue
+        try:
+            entry = json.loads(line, object_hook=_decode)
+            getattr(_Calls, entry['call'])
+        except (ValueError, KeyError, AttributeError, TypeError):
+            raise RecordError(f'{path}:{n}: not a line of a results spool') from None
+        record._call(entry['call'], *entry['args'])
+        if record.spool:    # lost again: what is left stays in the spool
+            raise RecordError(f'the database went away at {path}:{n}; import it again later')
+        count += 1
     return count

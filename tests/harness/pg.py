@@ -56,7 +56,7 @@ class PgServer:
     def _initdb(self):
         self._pg('initdb', '-D', str(self.data), '-U', 'postgres', '-A', 'trust',
                  '-E', 'UTF8', '--locale=C', '--no-sync')
-        conf = [f"listen_addresses = ''", f"unix_socket_directories = '{self.socket}'",
+        conf = ["listen_addresses = ''", f"unix_socket_directories = '{self.socket}'",
                 "password_encryption = 'scram-sha-256'", 'max_connections = 200']
         if not self.durable:
             conf += ['fsync = off', 'synchronous_commit = off', 'full_page_writes = off']

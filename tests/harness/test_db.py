@@ -2,6 +2,7 @@
 boards written at once read back exactly, an older schema upgraded in place,
 a newer one and bad URLs refused, and a server lost mid-run spooled."""
 import contextlib
+import json
 import os
 import tempfile
 from concurrent.futures import ThreadPoolExecutor
@@ -53,17 +54,17 @@ def write_run(record, station, boards, steps):
 
 
 def test_boards_written_at_once_read_back_exactly(db_url):
-    records = [open_record(db_url) for _ in range(2)]    # two stations, one database
-    with ThreadPoolExecutor(2) as pool:
+    with ThreadPoolExecutor(2) as pool:   # two stations, one new database, at once
+        records = list(pool.map(open_record, [db_url] * 2))
         runs = list(pool.map(write_run, records, ['line1', 'line2'], [6, 6], [12, 12]))
     records[0].add_step(runs[0][1][0], dict(step(3), why='again'))  # a second add: no change
     record = open_record(db_url)            # what each call committed, seen from elsewhere
     visits = [v for _, vs in runs for v in vs]
-    rows = record.query('SELECT visit_id, seq, raw, text, ok, attempts FROM steps')
+    rows = record.query('SELECT visit_id, seq, raw, text, ok, attempts, attempts_json FROM steps')
     assert sorted(r[:2] for r in rows) == sorted((v, s) for v in visits for s in range(12))
     assert all(r[2:] == (RAW + bytes([r[1]]), f'line {r[1]}\ufffd\u6e29\u5ea6'
                          if record.kind == 'postgresql' else step(r[1])['text'],
-                         int(r[1] % 5 != 3), 1) for r in rows)
+                         int(r[1] % 5 != 3), 1, json.dumps(step(0)['attempts'])) for r in rows)
     assert record.query('SELECT why FROM steps WHERE seq = 3 AND visit_id = ?',
                         [runs[0][1][0]]) == [('above high 85',)]
     values = record.query("SELECT step_seq, value_num, value_text, low, high, in_list, ok "
@@ -97,6 +98,8 @@ def test_older_schema_upgraded_in_place_newer_refused(db_url, monkeypatch):
     assert record.query('SELECT id, station FROM runs') == [(run, 'old')]
     with pytest.raises(RecordError, match='^the query failed: .*nope'):
         record.query('SELECT nope FROM runs')
+    with pytest.raises(RecordError, match='^the database refused the step: (?i:.*foreign key)'):
+        record.add_step('no such visit', step(0))
     write_run(record, 'new', 2, 3)                      # the events table is there now
     record.query('UPDATE schema_version SET version = 99')
     with pytest.raises(RecordError, match=f"schema version 99 is newer than this harness's "
@@ -165,6 +168,9 @@ def test_server_lost_mid_run_spooled_then_imported(pg_server, pg_url, tmp_path, 
     assert fresh.query('SELECT seq, raw FROM steps ORDER BY seq') == \
         [(s, step(s)['raw']) for s in range(6)]
     assert fresh.query('SELECT count(*) FROM measurements') == [(12,)]
+    record.spool.write_text(record.spool.read_text().replace('"event"', '"evnt"'))
+    with pytest.raises(RecordError, match=f'^{record.spool}:6: not a line of a results spool$'):
+        import_spool(fresh, record.spool)
     assert fresh.query('SELECT v.verdict, r.status, e.detail FROM visits v JOIN runs r ON '
                        'r.id = v.run_id JOIN events e ON e.visit_id = v.id') == \
         [('interrupted', 'interrupted', 'SIGTERM')]
