@@ -1,8 +1,10 @@
 """The runner end to end on a box: verdicts against expectations, limits,
-retries, a restart after the tool went silent, a stop, and both reports
-read back as a CI server and a production system would."""
+retries, a restart after the tool went silent (the setup run again), a stop,
+a setup step that fails, and both reports read back as a CI server and a
+production system would."""
 import json
 import shutil
+import subprocess
 import xml.etree.ElementTree as ET
 
 import pytest
@@ -15,6 +17,13 @@ name = "runner"
 [[setup]]
 name = "server"
 command = "set serverip 192.168.1.1"
+
+[[setup]]
+name = "cool"
+command = "test mainboard temperature 0 85"
+  [[setup.measure]]
+  pattern = '(?m)^\\d+\\s+-?\\d+\\s+(?P<main>-?\\d+)\\s'
+  main = { high = 60 }
 
 [[steps]]
 name = "leds"
@@ -49,7 +58,18 @@ continue_on_fail = true
 
 [[steps]]
 name = "after restart"
-command = "test led off"
+command = "download manuinfo manuinfo.txt"
+
+[[steps]]
+name = "silent again"
+command = "test nvrgps get satellite 0"
+timeout = 1
+continue_on_fail = true
+
+[[steps]]
+name = "wipe"
+command = "clear information"
+answer = "Y"
 
 [[steps]]
 name = "clock"
@@ -70,36 +90,65 @@ def test_plan_on_a_box_and_its_reports(tmp_path, capsys):
     shutil.copytree(REPO / 'sim' / 'default-state' / 'serial', serial)
     (serial / 'ttyS9').write_text('gps silent\n')
     junit, record = tmp_path / 'r.xml', tmp_path / 'r.json'
-    status = runner.main([str(plan), '--board', 'box', '--workdir', str(tmp_path / 'work'),
-                          '--junit', str(junit), '--json', str(record)])
+    # exec:true: a board whose console ends before the tool starts.
+    status = runner.main([str(plan), '--board', 'box', '--board', 'box:overheat',
+                          '--board', 'exec:true', '--no-db',
+                          '--workdir', str(tmp_path / 'work'), '--junit', str(junit),
+                          '--json', str(record)])
     assert status == 1
-    summary = capsys.readouterr().out.splitlines()[-2:]
-    assert summary[0].split()[:4] == ['box', '5', '3', '1'], summary
-    assert 'temperature tight: main=' in summary[0] and summary[1] == '0 of 1 boards passed'
+    # Reports readable by the line's other accounts, as any file it writes.
+    assert [oct(p.stat().st_mode & 0o777) for p in (junit, record)] == ['0o644'] * 2
+    summary = capsys.readouterr().out.splitlines()[-4:]
+    assert summary[0].split()[:6] == ['box', '-', '-', '11', '4', '1'], summary
+    assert summary[1].split()[:6] == ['box:overheat', '-', '-', '1', '1', '10'], summary
+    assert summary[2].split()[:6] == ['exec:true', '-', '-', '0', '0', '12'], summary
+    assert 'the console ended' in summary[2] and summary[3] == '0 of 3 boards passed'
+    assert 'temperature tight: main=' in summary[0]
 
+    # The wipe's progress bar writes backspaces, which XML cannot hold.
+    assert subprocess.run(['xmllint', '--noout', str(junit)]).returncode == 0
     suites = ET.parse(junit).getroot()
-    assert suites.tag == 'testsuites'
-    assert [suites.get(k) for k in ('tests', 'failures', 'errors', 'skipped')] == ['9', '3', '0', '1']
-    suite, = suites.findall('testsuite')
+    assert [suites.get(k) for k in ('tests', 'failures', 'errors', 'skipped')] == ['40', '5', '1', '23']
+    suite, hot, _ = suites.findall('testsuite')
+    assert {c.get('classname') for c in suite.iter('testcase')} == {'runner.box'}
+    assert {c.get('classname') for c in hot.iter('testcase')} == {'runner.box:overheat'}
     cases = {c.get('name'): c for c in suite.findall('testcase')}
-    assert list(cases) == ['server', 'leds', 'clock unset', 'temperature', 'temperature tight',
-                           'silent receiver', 'after restart', 'clock', 'never']
+    assert list(cases) == ['server', 'cool', 'leds', 'clock unset', 'temperature',
+                           'temperature tight', 'silent receiver', 'after restart', 'silent again',
+                           'wipe', 'clock', 'never', 'server (after restart 1)',
+                           'cool (after restart 1)', 'server (after restart 2)',
+                           'cool (after restart 2)']
     failed = {name for name, c in cases.items() if c.find('failure') is not None}
-    assert failed == {'temperature tight', 'silent receiver', 'clock'}
+    assert failed == {'temperature tight', 'silent receiver', 'silent again', 'clock'}
     assert cases['never'].find('skipped') is not None
-    assert 'test rtc gettime' in cases['clock'].find('failure').text
+    assert 'test rtc gettime\nFailed to get nvram' in cases['clock'].find('failure').text
     props = {p.get('name'): p.get('value') for p in cases['temperature'].iter('property')}
     assert 0 <= int(props['temperature.main']) <= 85
     assert props['temperature.main.limits'] == 'low=0 high=85 unit=degC'
+    restarts = [p.get('value') for p in suite.find('properties') if p.get('name') == 'restart']
+    assert [r.split(' ', 1)[1].split(':')[0] for r in restarts] == ['silent receiver', 'silent again']
+    assert '\\x08' in suite.find('system-out').text
 
-    board, = json.loads(record.read_text())['boards']
-    assert 'EQUIPMENT_TEST_OK' in board['banner'] and 'BOARD' in board['version']
-    steps = {s['name']: s for s in board['steps']}
-    assert steps['temperature tight']['attempts'] == 2
+    box, overheat, gone = json.loads(record.read_text())['boards']
+    assert gone['verdict'] == 'fail' and 'the console ended' in gone['error']
+    assert 'EQUIPMENT_TEST_OK' in box['banner'] and 'BOARD' in box['version']
+    steps = {s['name']: s for s in box['steps']}
+    assert [a['n'] for a in steps['temperature tight']['attempts']] == [1, 2]
     assert steps['temperature tight']['measurements'][0]['limits'] == {'high': 1}
     assert steps['silent receiver']['verdict'] == 'timeout'
+    # The setup ran again after the restart, so the transfer found its server.
     assert steps['after restart']['ok'] and steps['clock unset']['ok']
+    assert all(steps[f'{name} (after restart {n})']['rerun'] for name in ('server', 'cool')
+               for n in (1, 2))
+    assert [e['kind'] for e in box['events']] == ['restart', 'restart']
+    assert [s['status'] for s in box['steps'][-4:]] == ['passed'] * 4
+    assert steps['wipe']['confirmation'] == 'Y' and steps['wipe']['attempts'][0]['confirmation'] == 'Y'
+    assert cases['wipe'].find('properties/property').attrib == {'name': 'wipe.confirmation',
+                                                                'value': 'Y'}
     assert steps['clock']['why'].startswith('verdict fail, expected pass')
+    assert 'test result:fail\r' in steps['clock']['raw'] and 'test result' not in steps['clock']['text']
+    # A failed setup step ends the board's plan.
+    assert [s['status'] for s in overheat['steps']] == ['passed', 'failed'] + ['skipped'] * 10
 
 
 @pytest.mark.parametrize('plan, message', [
@@ -112,5 +161,5 @@ def test_plan_on_a_box_and_its_reports(tmp_path, capsys):
 def test_bad_plans_are_refused_before_any_board(tmp_path, capsys, plan, message):
     path = tmp_path / 'plan.toml'
     path.write_text(plan)
-    assert runner.main([str(path), '--board', 'box']) == 2
+    assert runner.main([str(path), '--board', 'box', '--no-db']) == 2
     assert message in capsys.readouterr().err

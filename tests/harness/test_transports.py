@@ -22,7 +22,7 @@ def smoke(target, tmp_path):
     """The shipped smoke plan through the runner, as a factory would run it."""
     report = tmp_path / 'smoke.json'
     assert runner.main([str(REPO / 'harness/plans/smoke.toml'), '--board', target,
-                        '--json', str(report)]) == 0
+                        '--json', str(report), '--no-db']) == 0
     board = json.loads(report.read_text())['boards'][0]
     assert BANNER.decode() in board['banner'] and 'BOARD' in board['version']
 
