@@ -139,14 +139,13 @@ function tick() {
   for (const view of running) clock(view);
 }
 
+// The unit is on the value already: a 230-pixel card has no room for it twice.
 function limits(l = {}) {
-  const unit = l.unit ? ' ' + l.unit : '';
-  if (l.low !== undefined && l.high !== undefined) return `[${l.low}..${l.high}${unit}]`;
-  if (l.low !== undefined) return `[≥${l.low}${unit}]`;
-  if (l.high !== undefined) return `[≤${l.high}${unit}]`;
+  if (l.low !== undefined && l.high !== undefined) return `[${l.low}..${l.high}]`;
+  if (l.low !== undefined) return `[≥${l.low}]`;
+  if (l.high !== undefined) return `[≤${l.high}]`;
   if (l.equals !== undefined) return `[= ${l.equals}]`;
-  if (l.in) return `[${l.in.join(' | ')}]`;
-  return unit.trim();
+  return l.in ? `[${l.in.join(' | ')}]` : '';
 }
 
 function measurements(box, card) {
@@ -222,7 +221,7 @@ function tally(history, counts) {
   document.querySelector('#history tbody').replaceChildren(...history.map((b) => {
     const row = make('tr');
     const verdict = make('td', b.verdict, say(b.verdict));
-    row.append(make('td', '', new Date(b.at).toLocaleTimeString()), make('td', '', b.label),
+    row.append(make('td', '', new Date(b.at).toLocaleTimeString(document.documentElement.lang)), make('td', '', b.label),
                make('td', '', b.serial || ''), verdict, make('td', '', b.first_failure || ''));
     return row;
   }));
