@@ -43,7 +43,11 @@ def open_browser(profile):
     options.binary_location = CHROMIUM
     for flag in FLAGS + [f'--user-data-dir={profile}']:
         options.add_argument(flag)
-    return webdriver.Chrome(service=Service(DRIVER), options=options)
+    driver = webdriver.Chrome(service=Service(DRIVER), options=options)
+    # The station's screen, whatever the headless window's frame takes.
+    driver.execute_cdp_cmd('Emulation.setDeviceMetricsOverride',
+                           {'width': 1920, 'height': 1080, 'deviceScaleFactor': 1, 'mobile': False})
+    return driver
 
 
 @pytest.fixture(scope='module')
@@ -51,9 +55,6 @@ def browser(tmp_path_factory):
     if not (shutil.which(CHROMIUM) and shutil.which(DRIVER)):
         pytest.skip('Chromium and its driver are not installed')
     driver = open_browser(tmp_path_factory.mktemp('chromium'))
-    # The station's screen, whatever the headless window's frame takes.
-    driver.execute_cdp_cmd('Emulation.setDeviceMetricsOverride',
-                           {'width': 1920, 'height': 1080, 'deviceScaleFactor': 1, 'mobile': False})
     yield driver
     driver.quit()
 
