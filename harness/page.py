@@ -16,6 +16,7 @@ import json
 import queue
 import re
 import secrets
+import socket
 import threading
 import time
 import tomllib
@@ -95,11 +96,10 @@ class Station:
 
     # -- life --------------------------------------------------------------
     def start(self):
-        self.server = ThreadingHTTPServer((self.host, self.port), Handler)
-        self.server.daemon_threads = True
-        self.server.station = self
+        self.server = Server((self.host, self.port), self)
         self.port = self.server.server_address[1]
-        shown = self.host if self.host not in ('', '0.0.0.0', '::') else '127.0.0.1'
+        # On every address the other screens on the line reach it by this PC's name.
+        shown = self.host if self.host not in ('', '0.0.0.0', '::') else socket.gethostname()
         shown = f'[{shown}]' if ':' in shown else shown
         self.url = f'http://{shown}:{self.port}/'
         self.thread = threading.Thread(target=self.server.serve_forever, name='station-page',
@@ -160,10 +160,9 @@ class Station:
         """Block until the slot is started on the page: {'serial', 'by', 'at'}
         (None when the station closes)."""
         with self.cond:
-            card = self._card(slot, KeyError)
+            self._card(slot, KeyError)
             self.waiting.add(slot)
-            if card['state'] != 'starting':
-                self.publish({'type': 'waiting', 'slot': slot})
+            self.publish({'type': 'waiting', 'slot': slot})
             self.cond.wait_for(lambda: slot in self.starts or self.closed)
             return self.starts.pop(slot, None)
 
@@ -284,6 +283,15 @@ class Station:
     def _on_start(self, card, e):
         card.update(state='starting', serial=e['serial'], step=None, measured=None,
                     measurements=[], verdict=None, first_failure=None, startable=False)
+
+
+class Server(ThreadingHTTPServer):
+    daemon_threads = True      # a page left open must not hold the station's end
+
+    def __init__(self, address, station):
+        self.address_family = socket.AF_INET6 if ':' in address[0] else socket.AF_INET
+        self.station = station
+        super().__init__(address, Handler)
 
 
 class Handler(BaseHTTPRequestHandler):

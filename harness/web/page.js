@@ -174,8 +174,9 @@ function question(view, card) {
     box.append(button);
   }
   if (document.body.classList.contains('readonly')) box.append(make('span', '', say('asking')));
+  // The scanner types where the focus is: take it unless someone is typing elsewhere.
   const input = box.querySelector('input');
-  if (input) input.focus();
+  if (input && !(document.activeElement instanceof HTMLInputElement)) input.focus();
 }
 
 function starter(view, card) {

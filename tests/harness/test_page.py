@@ -113,6 +113,13 @@ def run_boards(station, jobs):
     return threads, results
 
 
+def until(check, timeout=10):
+    deadline = time.monotonic() + timeout
+    while not check():
+        assert time.monotonic() < deadline, 'timed out'
+        time.sleep(0.01)
+
+
 def card(browser, slot):
     return browser.find_element(By.ID, f'slot-{slot}')
 
@@ -137,6 +144,9 @@ def test_four_boards_live_with_questions_and_a_failure(browser, shot):
         ok = wait(browser, lambda b: card(b, 2).find_element(By.CSS_SELECTOR, '.ask button'))
         assert 'Insert the RS-232 loopback plug' in card(browser, 2).text and ok.text == 'OK'
         shot('four-asking')
+        # No event comes while the plan waits: the card's clock runs on its own.
+        ticked = card(browser, 2).find_element(By.CLASS_NAME, 'time').text
+        wait(browser, lambda b: card(b, 2).find_element(By.CLASS_NAME, 'time').text != ticked)
         ok.click()
         wait(browser, lambda b: 'Are all panel LEDs green?' in card(b, 2).text)
         yes = [b for b in card(browser, 2).find_elements(By.CSS_SELECTOR, '.ask button')]
@@ -161,13 +171,14 @@ def test_four_boards_live_with_questions_and_a_failure(browser, shot):
 
 
 def test_refusals_change_nothing():
+    with pytest.raises(ValueError, match=r"no words for language 'xx' \(harness/lang has en, zh\)"):
+        Station(slots(1), plan_name='board', lang='xx')
     with Station(slots(2), plan_name='board') as station:
         station.publish({'type': 'board', 'slot': 1, 'serial': 'SN1', 'total': 3})
         asked = {}
         threading.Thread(target=lambda: asked.update(a=station.ask(
             1, 'judge', 'LEDs green?', ['Yes', 'No'], timeout=20))).start()
-        while 1 not in station.questions:
-            time.sleep(0.01)
+        until(lambda: 1 in station.questions)
         qid = station.questions[1]['id']
         before = json.dumps(station.cards)
         for path, body, status, says in [
@@ -186,13 +197,12 @@ def test_refusals_change_nothing():
         assert post(station, '/slot/1/answer', {'id': qid, 'answer': 'No', 'by': 'Li'})[0] == 200
         status, body = post(station, '/slot/1/answer', {'id': qid, 'answer': 'Yes'})
         assert status == 409 and 'already answered' in body['error']
-        time.sleep(0.1)
+        until(lambda: 'a' in asked)
         assert asked['a']['answer'] == 'No' and asked['a']['by'] == 'Li (127.0.0.1)'
         # A scan takes only a label that matches; a question nobody answers times out.
         threading.Thread(target=lambda: asked.update(s=station.ask(
             2, 'scan', 'Scan the label', pattern=r'SN\d{4}', timeout=20))).start()
-        while 2 not in station.questions:
-            time.sleep(0.01)
+        until(lambda: 2 in station.questions)
         scan = station.questions[2]['id']
         assert post(station, '/slot/2/answer', {'id': scan, 'answer': 'SN12'})[0] == 400
         assert post(station, '/slot/2/answer', {'id': scan, 'answer': 'SN1234'})[0] == 200
@@ -221,7 +231,7 @@ def test_chinese_read_only_without_token_then_started_with_it(browser, shot):
         scan.send_keys('SN000777\n')
         wait(browser, lambda b: 'SN000777' in card(b, 1).text)
         shot('zh-started')
-        time.sleep(0.1)
+        until(lambda: 's' in started)
         assert started['s']['serial'] == 'SN000777'
 
 
