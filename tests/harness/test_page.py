@@ -71,8 +71,9 @@ def slots(n):
 
 
 def post(station, path, body, token=None, kind='application/json'):
-    req = urllib.request.Request(f'http://127.0.0.1:{station.port}{path}',
-                                 json.dumps(body).encode(), {'Content-Type': kind})
+    data = body if isinstance(body, bytes) else json.dumps(body).encode()
+    req = urllib.request.Request(f'http://127.0.0.1:{station.port}{path}', data,
+                                 {'Content-Type': kind})
     if token:
         req.add_header('X-Station-Token', token)
     try:
@@ -86,7 +87,7 @@ def board(station, slot, steps, pause=0.0, fail=None, asks=()):
     """What the runner publishes for one board; FAIL at step FAIL."""
     answers = []
     station.publish({'type': 'board', 'slot': slot, 'state': 'running', 'serial': f'SN{slot:06}',
-                     'identity': {'board': f'PLM7140-{slot}'}, 'plan': 'board', 'total': steps})
+                     'identity': {'board': f'PLM7140-{slot}'}, 'plan': 'board 1.2', 'total': steps})
     for i in range(steps):
         step = {'type': 'step', 'slot': slot, 'index': i, 'total': steps, 'name': f'step {i}',
                 'elapsed': i * 0.5}
@@ -140,6 +141,8 @@ def test_four_boards_live_with_questions_and_a_failure(browser, shot):
             3: dict(steps=6, pause=0.3, fail=3), 4: dict(steps=6, pause=0.3)})
         # The cards move while the boards run: a step shown, then a later one.
         wait(browser, lambda b: 'Step 1 of 6' in card(b, 1).text)
+        assert 'Board PLM7140-1 · board 1.2' in card(browser, 1).text
+        assert not browser.find_elements(By.CSS_SELECTOR, '.card.startable')
         wait(browser, lambda b: 'Step 3 of 6' in card(b, 1).text)
         ok = wait(browser, lambda b: card(b, 2).find_element(By.CSS_SELECTOR, '.ask button'))
         assert 'Insert the RS-232 loopback plug' in card(browser, 2).text and ok.text == 'OK'
@@ -173,12 +176,17 @@ def test_four_boards_live_with_questions_and_a_failure(browser, shot):
 def test_refusals_change_nothing():
     with pytest.raises(ValueError, match=r"no words for language 'xx' \(harness/lang has en, zh\)"):
         Station(slots(1), plan_name='board', lang='xx')
-    with Station(slots(2), plan_name='board') as station:
+    # Only a station on loopback goes without a token.
+    for host, needs in [('127.0.0.1', False), ('localhost', False), ('::1', False),
+                        ('0.0.0.0', True), ('10.0.0.5', True), ('testpc4', True)]:
+        assert bool(Station(slots(1), plan_name='board', host=host).token) == needs, host
+    asked = {}
+    with Station(slots(3), plan_name='board') as station:
         station.publish({'type': 'board', 'slot': 1, 'serial': 'SN1', 'total': 3})
-        asked = {}
+        threading.Thread(target=lambda: asked.update(w=station.wait_start(3))).start()
         threading.Thread(target=lambda: asked.update(a=station.ask(
             1, 'judge', 'LEDs green?', ['Yes', 'No'], timeout=20))).start()
-        until(lambda: 1 in station.questions)
+        until(lambda: 1 in station.questions and 3 in station.waiting)
         qid = station.questions[1]['id']
         before = json.dumps(station.cards)
         for path, body, status, says in [
@@ -187,6 +195,7 @@ def test_refusals_change_nothing():
                 ('/slot/1/answer', {'id': 'other', 'answer': 'Yes'}, 409, 'no open question'),
                 ('/slot/1/answer', {'id': qid, 'answer': 'Maybe'}, 400, 'not one of Yes, No'),
                 ('/slot/1/answer', {'id': qid}, 400, 'must be text'),
+                ('/slot/1/answer', b'{"id": ', 400, 'not JSON'),
                 ('/slot/1/start', {}, 409, 'slot 1 is running'),
                 ('/slot/2/start', {}, 409, 'not waiting for a start'),
                 ('/nowhere', {}, 404, 'nothing to do')]:
@@ -208,6 +217,8 @@ def test_refusals_change_nothing():
         assert post(station, '/slot/2/answer', {'id': scan, 'answer': 'SN1234'})[0] == 200
         assert station.ask(1, 'prompt', 'nobody here', timeout=0.1) is None
         assert station.cards[1]['question'] is None and asked['s']['answer'] == 'SN1234'
+    until(lambda: 'w' in asked)     # closing lets go of a slot waiting for its start
+    assert asked['w'] is None
 
 
 def test_chinese_read_only_without_token_then_started_with_it(browser, shot):
