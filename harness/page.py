@@ -172,6 +172,8 @@ class Station:
             self._card(slot)
             question = self.questions.get(slot)
             qid = body.get('id')
+            if not isinstance(qid, str):
+                raise Refused(400, "the answer must name its question's id")
             if question is None or question['id'] != qid:
                 if qid in self.answered:
                     raise Refused(409, f'question {qid} on slot {slot} was already answered')

@@ -107,7 +107,7 @@ function draw(card, at) {
   p.why.textContent = card.first_failure || '';
   question(view, card);
   starter(view, card);
-  tick();
+  if (card.state === 'running' && !ticker) ticker = setInterval(tick, 500);
 }
 
 function progress(view, step, total, at) {
@@ -133,9 +133,8 @@ function clock(view) {
 
 // A clock only while some board runs: an idle page does nothing at all.
 function tick() {
-  const running = [...cards.values()].filter((v) => v.card.state === 'running' && v.card.step);
-  if (running.length && !ticker) ticker = setInterval(tick, 500);
-  if (!running.length && ticker) { clearInterval(ticker); ticker = null; }
+  const running = [...cards.values()].filter((v) => v.card.state === 'running');
+  if (!running.length) { clearInterval(ticker); ticker = null; }
   for (const view of running) clock(view);
 }
 

@@ -195,6 +195,7 @@ def test_refusals_change_nothing():
                 ('/slot/1/answer', {'id': 'other', 'answer': 'Yes'}, 409, 'no open question'),
                 ('/slot/1/answer', {'id': qid, 'answer': 'Maybe'}, 400, 'not one of Yes, No'),
                 ('/slot/1/answer', {'id': qid}, 400, 'must be text'),
+                ('/slot/1/answer', {'id': [qid], 'answer': 'Yes'}, 400, "question's id"),
                 ('/slot/1/answer', b'{"id": ', 400, 'not JSON'),
                 ('/slot/1/start', {}, 409, 'slot 1 is running'),
                 ('/slot/2/start', {}, 409, 'not waiting for a start'),
@@ -267,3 +268,5 @@ def test_sixty_four_slots_fit_one_screen_and_keep_up(browser, shot):
             ".map(c => c.getBoundingClientRect().bottom))")
         assert bottom <= 1080 and len(browser.find_elements(By.CSS_SELECTOR, '.card.fail')) == 4
         assert len(browser.find_elements(By.CSS_SELECTOR, '#history tbody tr')) == 20
+        # Nothing runs: the page's clock stops and it waits for the next push.
+        wait(browser, lambda b: b.execute_script('return ticker') is None, 2)
