@@ -126,7 +126,7 @@ def card(browser, slot):
 
 
 def wait(browser, check, timeout=20):
-    return WebDriverWait(browser, timeout, 0.05).until(lambda b: check(b))
+    return WebDriverWait(browser, timeout, 0.05).until(check)
 
 
 def test_four_boards_live_with_questions_and_a_failure(browser, shot):
@@ -152,7 +152,7 @@ def test_four_boards_live_with_questions_and_a_failure(browser, shot):
         wait(browser, lambda b: card(b, 2).find_element(By.CLASS_NAME, 'time').text != ticked)
         ok.click()
         wait(browser, lambda b: 'Are all panel LEDs green?' in card(b, 2).text)
-        yes = [b for b in card(browser, 2).find_elements(By.CSS_SELECTOR, '.ask button')]
+        yes = card(browser, 2).find_elements(By.CSS_SELECTOR, '.ask button')
         assert [b.text for b in yes] == ['Yes', 'No']
         yes[0].click()
         for t in threads:
@@ -165,8 +165,7 @@ def test_four_boards_live_with_questions_and_a_failure(browser, shot):
         for s in (1, 2, 4):
             assert 'PASS' in card(browser, s).text and 'pass' in card(browser, s).get_attribute('class')
         faulty = card(browser, 3)
-        assert 'FAIL' in faulty.text and REASON in faulty.text
-        assert 'fail' in faulty.get_attribute('class')
+        assert 'FAIL' in faulty.text and REASON in faulty.text and 'fail' in faulty.get_attribute('class')
         rows = browser.find_elements(By.CSS_SELECTOR, '#history tbody tr')
         assert len(rows) == 4 and sum('FAIL' in r.text for r in rows) == 1
         assert 'Yield 3 of 4 passed (75.0%)' in browser.find_element(By.ID, 'yield').text
