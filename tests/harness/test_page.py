@@ -134,6 +134,7 @@ def test_four_boards_live_with_questions_and_a_failure(browser, shot):
         browser.get(station.url)
         browser.execute_script('window.sameLoad = true')
         wait(browser, lambda b: len(b.find_elements(By.CSS_SELECTOR, '.card')) == 4)
+        assert not browser.find_elements(By.CSS_SELECTOR, '.card.startable')    # a run's
         threads, answers = run_boards(station, {
             1: dict(steps=6, pause=0.3), 2: dict(steps=6, pause=0.3, asks=[
                 ('prompt', 'Insert the RS-232 loopback plug'),
@@ -142,7 +143,6 @@ def test_four_boards_live_with_questions_and_a_failure(browser, shot):
         # The cards move while the boards run: a step shown, then a later one.
         wait(browser, lambda b: 'Step 1 of 6' in card(b, 1).text)
         assert 'Board PLM7140-1 · board 1.2' in card(browser, 1).text
-        assert not browser.find_elements(By.CSS_SELECTOR, '.card.startable')
         wait(browser, lambda b: 'Step 3 of 6' in card(b, 1).text)
         ok = wait(browser, lambda b: card(b, 2).find_element(By.CSS_SELECTOR, '.ask button'))
         assert 'Insert the RS-232 loopback plug' in card(browser, 2).text and ok.text == 'OK'
@@ -198,6 +198,7 @@ def test_refusals_change_nothing():
                 ('/slot/1/answer', b'{"id": ', 400, 'not JSON'),
                 ('/slot/1/start', {}, 409, 'slot 1 is running'),
                 ('/slot/2/start', {}, 409, 'not waiting for a start'),
+                ('/slot/3/start', {'serial': 5}, 400, 'serial must be text'),
                 ('/nowhere', {}, 404, 'nothing to do')]:
             got, answer = post(station, path, body)
             assert got == status and says in answer['error'], path
