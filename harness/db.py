@@ -96,10 +96,10 @@ class _Driver:
     def adapt(value):
         return value
 
-    def transaction(self, work):
+    def transaction(self, work, begin=None):
         """WORK(run) in one transaction; run(sql, params) gives the rows."""
         cur = self.conn.cursor()
-        cur.execute(self.begin)
+        cur.execute(begin or self.begin)
         try:
             result = work(_runner(cur, self.sql, self.adapt))
             cur.execute('COMMIT')
@@ -316,8 +316,10 @@ class Record:
         if self.spool:
             raise RecordError(f'the database is lost; the records are in {self.spool}')
         try:
+            # A plain BEGIN: a long report must not hold SQLite's write lock
+            # against the runners.
             return self._using(lambda db: [db.fix(r) for r in db.transaction(
-                lambda run: run(sql, params))])
+                lambda run: run(sql, params), 'BEGIN')])
         except _Lost as e:                  # _Failed too
             raise RecordError(f'the query failed: {e.reason}') from None
 
