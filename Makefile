@@ -3,9 +3,11 @@
 #               STATE=DIR keeps the board's state there, default build/sim-state;
 #               SCENARIO="NAME ..." applies presets of sim/scenarios/)
 # make docs     write docs/commands.md, the command reference, from the tool's command tree
-# make check    install what is missing, build, run every test (also under ASan/UBSan, the
-#               threads under TSan, short fuzz runs, and the end-to-end tests again against
-#               the aarch64 build under qemu-user)
+# make format   reformat every C++ source (.clang-format); make format-check fails on any
+#               file it would change
+# make check    install what is missing, check the format, build, run every test (also under
+#               ASan/UBSan, the threads under TSan, short fuzz runs, and the end-to-end tests
+#               again against the aarch64 build under qemu-user)
 # make tsan     the unit tests and the threads' end-to-end tests (LED worker, RS-485 slave) under TSan
 # make fuzz     the console and engine fuzz targets in the box, FUZZ_SECONDS (180) each
 #               (FUZZ_TARGETS=fuzz_engine to run one)
@@ -40,7 +42,7 @@ SCALE_ARGS ?=
 
 DESTDIR    ?=
 
-.PHONY: all deps bench-harness sim docs docs-check cmdref check unit e2e e2e-aarch64 sanitize tsan fuzz coverage aarch64 install bench format clean harness
+.PHONY: format-check all deps bench-harness sim docs docs-check cmdref check unit e2e e2e-aarch64 sanitize tsan fuzz coverage aarch64 install bench format clean harness
 
 all:
 	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -135,6 +137,7 @@ install: aarch64
 	DESTDIR=$(DESTDIR) cmake --install $(BUILD_ARM) --strip
 
 check: deps
+	$(MAKE) format-check
 	$(MAKE) docs-check
 	$(MAKE) unit
 	$(MAKE) e2e
@@ -157,6 +160,10 @@ bench: deps
 FORMAT_FILES = $(shell git ls-files '*.cpp' '*.h')
 format:
 	clang-format -i $(FORMAT_FILES)
+
+# Fails on the first file that `make format` would change.
+format-check:
+	@clang-format --dry-run --Werror $(FORMAT_FILES)
 
 clean:
 	rm -rf $(BUILD) $(BUILD_SAN) $(BUILD_TSAN) $(BUILD_FUZZ) $(BUILD_COV) $(BUILD_ARM) $(BUILD_REL)

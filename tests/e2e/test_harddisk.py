@@ -31,7 +31,8 @@ def test_sector_test_restores_every_byte(box_factory):
     seed(sdb, range(0, 8))
     before = image_digest(sda), image_digest(sdb)
     assert board.command('test hdd 0 0 255 read').body == b'Slot  0 test..........ok'
-    frame = board.command('test hdd 0 1 16 write')
+    # Any count is a count (2^64 does not wrap to 0): it ends at the disk's end.
+    frame = board.command(f'test hdd 0 1 {1 << 64} write')
     assert (frame.result, frame.body) == ('fail', b'Slot  1 test read old data of sector 8 error'
                                           b'\r\nSlot  1 test..........error')
     # The third write is sector 2's pattern: reported, put back, the rest tested.
@@ -76,6 +77,8 @@ def test_slots_presence_and_capacity(box_factory):
         b'hdd  0 is: present \r\nhdd  1 is: absent \r\nhdd  2 is: present \r\nhdd  3 is: absent ')
     # A good presence query leaves the node open, one per slot.
     assert left_open(board, '/dev/harddisk') == 4
+    # The slot printed is the slot tested: 2^32 is not slot 0.
+    assert board.command(f'test hdd {1 << 32} present').body == b'hdd 4294967296 is: absent '
     assert board.command('test hdd 0 2 capacity').body == b'hdd capacity : 3726gb '
     assert board.command('test hdd 0 1 capacity').body == b'hdd capacity : 0gb '
     board.fail('ioctl./dev/harddisk.0x40500')
