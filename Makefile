@@ -3,6 +3,7 @@
 #               STATE=DIR keeps the board's state there, default build/sim-state;
 #               SCENARIO="NAME ..." applies presets of sim/scenarios/)
 # make docs     write docs/commands.md, the command reference, from the tool's command tree
+#               and the examples' output on a simulated board (tools/cmdref-examples.txt)
 # make format   reformat every C++ source (.clang-format); make format-check fails on any
 #               file it would change
 # make check    install what is missing, check the format, build, run every test (also under
@@ -57,19 +58,19 @@ sim: deps all
 	@mkdir -p $(STATE) && echo "make sim: board state in $(abspath $(STATE)) (kept)" >&2
 	sim/boardsim --state $(STATE) $(foreach s,$(SCENARIO),--scenario $(s)) -- $(ARGS)
 
-# The command reference comes from the command tree the tool builds; the check
-# fails when the checked-in copy is not what the tree makes now.
+# The command reference comes from the command tree the tool builds and from
+# what each example printed on a simulated board (tools/cmdref-examples.txt);
+# the check fails when the checked-in copy is not what both make now.
 docs: cmdref
-	$(BUILD)/cmdref . docs/commands.md
+	$(BUILD)/cmdref . docs/commands.md $(BUILD)/cmdref-examples.out
 
 docs-check: cmdref
-	$(BUILD)/cmdref . $(BUILD)/commands.md
+	$(BUILD)/cmdref . $(BUILD)/commands.md $(BUILD)/cmdref-examples.out
 	@diff -u docs/commands.md $(BUILD)/commands.md || \
 	    { echo "docs/commands.md is stale: run make docs" >&2; exit 1; }
 
-cmdref:
-	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
-	cmake --build $(BUILD) -j $(JOBS) --target cmdref
+cmdref: all
+	CLI_BUILD_DIR=$(abspath $(BUILD)) $(PYTHON) tools/cmdref-capture $(BUILD)/cmdref-examples.out
 
 unit: all
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
