@@ -121,11 +121,12 @@ Module parse_module(const fs::path &src, const std::string &name)
             mod.title.pop_back();
         }
         bool in_para = false;
-        std::string key;  // the value whose description the line goes on with
+        bool in_values = false;
+        std::string key;  // the value whose description an indented line goes on with
         for (const std::string &line : head) {
             std::smatch m;
             if (line.empty()) {
-                in_para = false;
+                in_para = in_values = false;
                 key.clear();
             } else if (in_para) {
                 mod.paras.back() += " " + line;
@@ -134,11 +135,11 @@ Module parse_module(const fs::path &src, const std::string &name)
                 mod.paras.push_back(line);
                 in_para = true;
             } else if (line == "Values:") {
-                key = " ";
-            } else if (!key.empty() && std::regex_match(line, m, value_re)) {
+                in_values = true;
+            } else if (in_values && std::regex_match(line, m, value_re)) {
                 key = m[1];
                 mod.values[key] = m[2];
-            } else if (!key.empty() && key != " " && line.rfind("    ", 0) == 0) {
+            } else if (!key.empty() && line.rfind("    ", 0) == 0) {
                 mod.values[key] += " " + line.substr(line.find_first_not_of(' '));
             }
         }
@@ -312,7 +313,7 @@ std::vector<Example> read_examples(const fs::path &path)
 // engine matches them; null when the line is no complete command.
 const CLI_CMD_NODE_S *command_of(const std::string &line)
 {
-    std::stringstream ss(line.substr(0, line.find(" => ")));
+    std::stringstream ss(line);
     CLI_CMD_NODE_S *level = gpstCmdTempletRoot;
     CLI_CMD_NODE_S *node = nullptr;
     for (std::string word; ss >> word;) {

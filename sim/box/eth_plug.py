@@ -66,23 +66,29 @@ class Host:
         self.echoes = 0
 
     def answer(self, frame, ip, lose):
-        """The reply to a frame for `ip`, or None."""
-        kind = frame[12:14]
-        if kind == b'\x08\x06' and frame[20:22] == b'\0\1' and frame[38:42] == ip:
-            arp = frame[14:20] + b'\0\2' + self.MAC + ip + frame[22:28] + frame[28:32]
-            return frame[6:12] + self.MAC + kind + arp
+        """The reply to a frame for `ip` (an ARP request or an echo request
+        not lost), or None."""
+        reply = self.arp_reply(frame, ip)
         head = 14 + (frame[14] & 0x0F) * 4 if len(frame) > 34 else len(frame)
-        if (kind != b'\x08\0' or len(frame) <= head or frame[23] != 1 or frame[30:34] != ip
-                or frame[head] != 8):
-            return None
+        if reply or frame[12:14] != b'\x08\0' or len(frame) <= head or frame[23] != 1 \
+                or frame[30:34] != ip or frame[head] != 8:
+            return reply
         self.echoes += 1
-        if self.echoes in lose:
+        return None if self.echoes in lose else self.echo_reply(frame, head)
+
+    def arp_reply(self, frame, ip):
+        if frame[12:14] != b'\x08\x06' or frame[20:22] != b'\0\1' or frame[38:42] != ip:
             return None
+        arp = frame[14:20] + b'\0\2' + self.MAC + ip + frame[22:32]
+        return frame[6:12] + self.MAC + frame[12:14] + arp
+
+    def echo_reply(self, frame, head):
+        """The IPv4 header with its addresses swapped, the ICMP type 0."""
         icmp = b'\0\0\0\0' + frame[head + 4:]
         icmp = icmp[:2] + checksum(icmp) + icmp[4:]
         iph = frame[14:24] + b'\0\0' + frame[30:34] + frame[26:30] + frame[34:head]
         iph = iph[:10] + checksum(iph) + iph[12:]
-        return frame[6:12] + self.MAC + kind + iph + icmp
+        return frame[6:12] + self.MAC + frame[12:14] + iph + icmp
 
 
 def plug_words(path):
