@@ -24,19 +24,19 @@ def left_open(board, node):
 
 def test_sector_test_restores_every_byte(box_factory):
     board = box_factory(fast=True)
-    board.attach_disk(1, 'sdb', 8 * 512)  # a disk that ends at sector 8
+    board.attach_disk(1, 'sdb', 12 * 512)  # a disk that ends at sector 12
     board.start().enter_equipment()
     sda, sdb = board.path('block/sda'), board.path('block/sdb')
     seed(sda, range(0, 300))
-    seed(sdb, range(0, 8))
+    seed(sdb, range(0, 12))
     before = image_digest(sda), image_digest(sdb)
     assert board.command('test hdd 0 0 255 read').body == b'Slot  0 test..........ok'
-    # Sector 8 is the first past the disk: counting to it tests it. Any count
+    # Sector 12 is the first past the disk: counting to it tests it. Any count
     # is a count (2^64 does not wrap to 0): it ends at the disk's end.
-    assert board.command('test hdd 0 1 7 write').passed
-    for count in (8, 1 << 64):
+    assert board.command('test hdd 0 1 11 write').passed
+    for count in (12, 1 << 64):
         frame = board.command(f'test hdd 0 1 {count} write')
-        assert (frame.result, frame.body) == ('fail', b'Slot  1 test read old data of sector 8 '
+        assert (frame.result, frame.body) == ('fail', b'Slot  1 test read old data of sector 12 '
                                               b'error\r\nSlot  1 test..........error')
     # The third write is sector 2's pattern: reported, put back, the rest tested.
     board.fail('write./dev/sda', skip=2, times=1)
