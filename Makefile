@@ -3,9 +3,12 @@
 #               STATE=DIR keeps the board's state there, default build/sim-state;
 #               SCENARIO="NAME ..." applies presets of sim/scenarios/)
 # make docs     write docs/commands.md, the command reference, from the tool's command tree
-# make check    install what is missing, build, run every test (also under ASan/UBSan, the
-#               threads under TSan, short fuzz runs, and the end-to-end tests again against
-#               the aarch64 build under qemu-user)
+#               and the examples' output on a simulated board (tools/cmdref-examples.txt)
+# make format   reformat every C++ source (.clang-format); make format-check fails on any
+#               file it would change
+# make check    install what is missing, check the format, build, run every test (also under
+#               ASan/UBSan, the threads under TSan, short fuzz runs, and the end-to-end tests
+#               again against the aarch64 build under qemu-user)
 # make tsan     the unit tests and the threads' end-to-end tests (LED worker, RS-485 slave) under TSan
 # make fuzz     the console and engine fuzz targets in the box, FUZZ_SECONDS (180) each
 #               (FUZZ_TARGETS=fuzz_engine to run one)
@@ -40,7 +43,7 @@ SCALE_ARGS ?=
 
 DESTDIR    ?=
 
-.PHONY: all deps bench-harness sim docs docs-check cmdref check unit e2e e2e-aarch64 sanitize tsan fuzz coverage aarch64 install bench format clean harness
+.PHONY: format-check all deps bench-harness sim docs docs-check cmdref check unit e2e e2e-aarch64 sanitize tsan fuzz coverage aarch64 install bench format clean harness
 
 all:
 	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -55,19 +58,19 @@ sim: deps all
 	@mkdir -p $(STATE) && echo "make sim: board state in $(abspath $(STATE)) (kept)" >&2
 	sim/boardsim --state $(STATE) $(foreach s,$(SCENARIO),--scenario $(s)) -- $(ARGS)
 
-# The command reference comes from the command tree the tool builds; the check
-# fails when the checked-in copy is not what the tree makes now.
+# The command reference comes from the command tree the tool builds and from
+# what each example printed on a simulated board (tools/cmdref-examples.txt);
+# the check fails when the checked-in copy is not what both make now.
 docs: cmdref
-	$(BUILD)/cmdref . docs/commands.md
+	$(BUILD)/cmdref . docs/commands.md $(BUILD)/cmdref-examples.out
 
 docs-check: cmdref
-	$(BUILD)/cmdref . $(BUILD)/commands.md
+	$(BUILD)/cmdref . $(BUILD)/commands.md $(BUILD)/cmdref-examples.out
 	@diff -u docs/commands.md $(BUILD)/commands.md || \
 	    { echo "docs/commands.md is stale: run make docs" >&2; exit 1; }
 
-cmdref:
-	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
-	cmake --build $(BUILD) -j $(JOBS) --target cmdref
+cmdref: all
+	CLI_BUILD_DIR=$(abspath $(BUILD)) $(PYTHON) tools/cmdref-capture $(BUILD)/cmdref-examples.out
 
 unit: all
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
@@ -135,6 +138,7 @@ install: aarch64
 	DESTDIR=$(DESTDIR) cmake --install $(BUILD_ARM) --strip
 
 check: deps
+	$(MAKE) format-check
 	$(MAKE) docs-check
 	$(MAKE) unit
 	$(MAKE) e2e
@@ -157,6 +161,10 @@ bench: deps
 FORMAT_FILES = $(shell git ls-files '*.cpp' '*.h')
 format:
 	clang-format -i $(FORMAT_FILES)
+
+# Fails on the first file that `make format` would change.
+format-check:
+	@clang-format --dry-run --Werror $(FORMAT_FILES)
 
 clean:
 	rm -rf $(BUILD) $(BUILD_SAN) $(BUILD_TSAN) $(BUILD_FUZZ) $(BUILD_COV) $(BUILD_ARM) $(BUILD_REL)

@@ -51,10 +51,12 @@ struct AlarmOutReq {
 static_assert(sizeof(AlarmOutReq) == 8 && offsetof(AlarmOutReq, ucZero) == 6);
 
 // A port number below the count, or "all"; otherwise the caller's message,
-// the highest number and "or all".
+// the highest number and "or all". A port is digits alone: the shared range
+// check reads "-" and "-0" as 0, which no alarm port is typed as.
 uint64_t check_port(const char *pcToken, uint8_t ucCount, const char *pcMsg)
 {
-    if (strcmp(pcToken, "all") == 0 || EQU_InRange(pcToken, 0, ucCount - 1)) {
+    if (strcmp(pcToken, "all") == 0 ||
+        (CLI_IsOnlydigitString(pcToken) && EQU_InRange(pcToken, 0, ucCount - 1))) {
         return EQU_OK;
     }
     printf("%s%d or all", pcMsg, ucCount - 1);

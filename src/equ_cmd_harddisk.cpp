@@ -13,10 +13,13 @@
 // capacity could not be read.
 //
 // Values:
-//   <harddisk deu>   any number (0: the board's own disks)
+//   <harddisk deu>   any number: the cabinet (0, the board's own disks) before
+//                    a slot; in "test hdd N present" N is the slot number
+//                    (0~3 hold disks, a larger one reports absent)
 //   <harddisk slot>  0~3
 //   <harddisk slot for read/write test>  all
-//   <num>            1~2147483647, sectors
+//   <num>            1 or more, sectors (a count past the disk's end fails at
+//                    the first sector beyond it)
 //   <hdd read/write>  read or write (the test is the same)
 //
 // Touches: /proc/disk/disk_name (word s names slot s's disk, "sd..." when
@@ -24,11 +27,17 @@
 // bytes, cabinet * 24 + slot) and 0x40510 (72 records of 96 bytes, the
 // capacity in bytes at 80).
 //
+// Departs from the board's historic tool: offsets and sector numbers are
+// 64-bit. Its 32-bit byte offset wrapped past 2 GiB and overwrote the wrong
+// sectors (sector 0, the partition table, past 4 GiB); a count of 2^31 or more
+// is a count too, not "number should >0".
+//
 // Kept on purpose:
 // - Sector 0 (the partition table) is never touched; the DEU number and the
 //   read/write word do not change the test.
 // - A presence query leaves /dev/harddisk open after a good request: the
 //   disk driver has always been used so ("all present" leaves four).
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -52,6 +61,11 @@ constexpr size_t kInfoLen = kPresentLen * kInfoRecLen;
 constexpr size_t kCapacityOff = 80;
 constexpr uint32_t kMaxSlot = 3;
 constexpr EQU_OPEN_MSG_S kMsgOpenFileNl{"\r\nFailed to open ", " file\n"};
+
+unsigned long long ull(uint64_t ulVal)
+{
+    return static_cast<unsigned long long>(ulVal);
+}
 
 uint32_t EQU_GetDisk_Name(uint64_t ulSlot, char *pcName)
 {
@@ -84,11 +98,15 @@ uint32_t EQU_GetDisk_Name(uint64_t ulSlot, char *pcName)
     return EQU_OK;
 }
 
+// The highest sector whose byte offset fits an off_t: a larger count stops
+// at the disk's end long before.
+constexpr uint64_t kMaxSectors = INT64_MAX / kSector;
+
 // 64-bit: a 32-bit offset wraps from sector 4194304 (2 GiB) on, the seek
 // fails and the pattern would land where the last transfer left off.
-off_t sector_offset(uint32_t u32Sector)
+off_t sector_offset(uint64_t ulSector)
 {
-    return static_cast<off_t>(u32Sector) * static_cast<off_t>(kSector);
+    return static_cast<off_t>(ulSector * kSector);
 }
 
 // A failed seek fails the transfer: it would land where the last one left off.
@@ -110,28 +128,28 @@ bool read_at(int fd, off_t lOff, void *pvData)
 
 // Pattern in, read back, old data out; true when the pattern came back.
 // bStop is set when the old data could not be put back.
-bool test_one_sector(int fd, uint32_t u32Slot, uint32_t s, const uint8_t *pucOld, bool &bStop)
+bool test_one_sector(int fd, uint32_t u32Slot, uint64_t s, const uint8_t *pucOld, bool &bStop)
 {
     uint8_t aucPattern[kSector];
     memset(aucPattern, 0xA5, sizeof(aucPattern));
     off_t lOff = sector_offset(s);
     bool bOk = true;
     if (!io_at(fd, lOff, aucPattern)) {
-        printf("\r\nSlot %2u test write test data to sector %d error", u32Slot, s);
+        printf("\r\nSlot %2u test write test data to sector %llu error", u32Slot, ull(s));
         bOk = false;
     } else {
         fsync(fd);
         uint8_t aucBack[kSector] = {0};
         if (!read_at(fd, lOff, aucBack)) {
-            printf("\r\nSlot %2u test read test data of sector %d error", u32Slot, s);
+            printf("\r\nSlot %2u test read test data of sector %llu error", u32Slot, ull(s));
             bOk = false;
         } else if (memcmp(aucBack, aucPattern, kSector) != 0) {
-            printf("\r\nerror:Slot %2u write != read data of sector %d", u32Slot, s);
+            printf("\r\nerror:Slot %2u write != read data of sector %llu", u32Slot, ull(s));
             bOk = false;
         }
     }
     if (!io_at(fd, lOff, pucOld)) {
-        printf("\r\nSlot %2u write old data back to sector %d error", u32Slot, s);
+        printf("\r\nSlot %2u write old data back to sector %llu error", u32Slot, ull(s));
         bStop = true;
         return false;
     }
@@ -139,7 +157,7 @@ bool test_one_sector(int fd, uint32_t u32Slot, uint32_t s, const uint8_t *pucOld
     return bOk;
 }
 
-uint32_t EQU_HardDisk_SectorRWTest(const char *pcPath, uint32_t u32Slot, uint32_t u32Num)
+uint32_t EQU_HardDisk_SectorRWTest(const char *pcPath, uint32_t u32Slot, uint64_t ulNum)
 {
     EQU_Node disk(pcPath, {"\r\n\n ", " open fail!"});
     if (!disk) {
@@ -147,10 +165,10 @@ uint32_t EQU_HardDisk_SectorRWTest(const char *pcPath, uint32_t u32Slot, uint32_
     }
     bool bFail = false;
     bool bStop = false;
-    for (uint32_t s = 1; s <= u32Num && !bStop; s++) {
+    for (uint64_t s = 1; s <= ulNum && !bStop; s++) {
         uint8_t aucOld[kSector];
         if (!read_at(disk.fd(), sector_offset(s), aucOld)) {
-            printf("\r\nSlot %2u test read old data of sector %d error", u32Slot, s);
+            printf("\r\nSlot %2u test read old data of sector %llu error", u32Slot, ull(s));
             bFail = true;
             break;
         }
@@ -176,7 +194,8 @@ uint32_t present_of_slot(uint64_t ulSlot)
     node.leak_open();
     // Slots past the table are no disk rather than a read beyond it.
     bool bPresent = ulSlot < kPresentLen && aucPresent[ulSlot] != 0;
-    printf("\r\nhdd %2u is: %s ", static_cast<uint32_t>(ulSlot), bPresent ? "present" : "absent");
+    // The slot printed is the one tested, however large.
+    printf("\r\nhdd %2llu is: %s ", ull(ulSlot), bPresent ? "present" : "absent");
     return bPresent ? EQU_OK : EQU_FAIL;
 }
 
@@ -195,7 +214,9 @@ uint64_t EQU_CmdCheck_Harddisk_Slot(const char *pcToken, CLI_CMD_PARA_S *pstCmdP
 uint64_t EQU_CmdCheck_Harddisk_Num(const char *pcToken, CLI_CMD_PARA_S *pstCmdPara)
 {
     (void)pstCmdPara;
-    if (!EQU_InRange(pcToken, 1, INT32_MAX)) {
+    // Digits with one that is not 0: the size of the number is the disk's
+    // business (the test ends at its last sector).
+    if (!CLI_IsOnlydigitString(pcToken) || pcToken[strspn(pcToken, "0")] == '\0') {
         printf("\r\nInvalid input!number should >0");
         return EQU_FAIL;
     }
@@ -221,8 +242,9 @@ uint64_t EQU_CmdProc_LocalHarddisk_Test(CLI_CMD_PARA_S *pstCmdPara)
 {
     // The slot as typed: a number or a word, by the rule that matched.
     const char *acSlot = pstCmdPara->astPara[1].szPara;
-    uint64_t ulNum = 0;
-    CLI_GetUlongValuePara(pstCmdPara, 2, &ulNum);
+    // Saturated, not wrapped: 2^64 must not become a count of 0.
+    uint64_t ulNum =
+        std::min<uint64_t>(strtoull(pstCmdPara->astPara[2].szPara, nullptr, 10), kMaxSectors);
     int64_t lSlot = 0;
     uint32_t u32First = 0;
     uint32_t u32Last = kMaxSlot;
@@ -242,7 +264,7 @@ uint64_t EQU_CmdProc_LocalHarddisk_Test(CLI_CMD_PARA_S *pstCmdPara)
         }
         char acPath[kNameLen];
         snprintf(acPath, sizeof(acPath), "/dev/%.10s", acName);  // at most 15 characters
-        u32Fail += EQU_HardDisk_SectorRWTest(acPath, s, static_cast<uint32_t>(ulNum)) != EQU_OK;
+        u32Fail += EQU_HardDisk_SectorRWTest(acPath, s, ulNum) != EQU_OK;
     }
     return u32Fail != 0 ? EQU_FAIL : EQU_OK;
 }

@@ -5,15 +5,21 @@
 //   get serverip               fails while it is unset (6 characters or less)
 //   set deviceip IP [PORT]     ifconfig eth<n> IP
 //   get deviceip [PORT]        the address from ifconfig's second line
-// PORT 0 is eth1 and any other value eth0 (taken modulo 256); without a port
-// "set" uses eth1 and "get" walks every interface. Reports print eth0 as
+// PORT 0 is eth1 and any other value eth0 ("set" takes it modulo 256, "get"
+// whole; a negative PORT reads as 0); without a port "set" uses eth1 and
+// "get" walks every interface. Reports print eth0 as
 // port 1 and every other interface as port 0.
 // Pass: the address was stored, or set or read by ifconfig. Fail: "get
 // serverip" while none is set; the shell could not be started.
 //
+// Needs: "get serverip" fails until "set serverip"; the tool forgets the
+// address when it quits.
+//
 // Values:
 //   <IPv4-address>  a dotted address of four segments, 7 to 15 characters
-//   <port num>      any number: 0 is eth1, any other eth0
+//   <port num>      any number: 0 is eth1, any other eth0; "set" takes it
+//                   modulo 256 (256 is eth1), "get" whole (256 is eth0); a
+//                   negative number reads as 0 (-1 is eth1)
 //
 // Touches: the shell (ifconfig, rm), /tmp/ifconfig_value.
 //

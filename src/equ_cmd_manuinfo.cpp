@@ -10,6 +10,12 @@
 // Pass: the transfer, the nvram access and every shell step worked. Fail:
 // any of them did not, the server address is unset, a file is missing.
 //
+// Needs: "set serverip" before every transfer (download, upload, check
+// logo); "display manuinfo" and "display device manuinfo" fail on a fresh
+// board until "download manuinfo" has stored the text; "download logo FILE"
+// needs FILE on the test PC, and "check logo" and "upload logo" a logo
+// downloaded first.
+//
 // Touches: nvram "ManuInfo" (at most 5120 bytes kept); /dev/mmcblk0p7, whose
 // first 2 MiB hold the logo archive; TFTP to and from acEquServerip; the
 // shell's tar, /bin/dd, md5sum, rm and sync; work files in /tmp.

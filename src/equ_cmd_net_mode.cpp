@@ -5,11 +5,13 @@
 //   get ethernet PORT status
 // Mode code = speed index (auto 0, 10 1, 100 2, 1000 3) x 3 + duplex index
 // (auto 0, full 1, half 2). The status is the number of ports in error.
-// Pass: the driver took (or reported) the mode of every port asked for.
+// Pass: the driver took (or reported) the mode of every port asked for;
+// "get ethernet all status" reads port 0 alone, and its pass is port 0's.
 // Fail: a request failed, a mode word is unknown, or 1000 half was asked.
 //
 // Values:
-//   <port num>      0~19 or all (the board's copper ports)
+//   <port num>      0~19 or all (the board's copper ports; "get" reads
+//                   port 0 alone for all)
 //   <speed value>   10, 100, 1000 or auto
 //   <duplex value>  half, full or auto
 //

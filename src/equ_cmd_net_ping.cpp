@@ -11,7 +11,7 @@
 // Values:
 //   <count>       any number, handed to ping
 //   <ip address>  a dotted address of four segments, 7 to 15 characters
-//   <port num>    0~19 or all (the board's copper ports)
+//   <port num>    0~19, one integer slot (no "all": the word is refused)
 //
 // Touches: DRV_PerpCtl 0x1605 (link state: bytes 0 and 1 the selector, byte 2
 // 1 when up), up to three queries a second apart; the shell's

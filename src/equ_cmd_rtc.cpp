@@ -9,6 +9,10 @@
 // Pass: every step of the command worked. Fail: a node did not open, a request, a
 // driver call or an nvram access failed, or the year lies outside 1980-2037.
 //
+// Needs: a fresh board fails "test rtc gettime" ("read rtc date from flash
+// error") until "test rtc settime" has stored a date and time in nvram; the
+// other commands need nothing.
+//
 // Values:
 //   <time>       hh:mm:ss, 00:00:00 to 23:59:59
 //   <day>        yyyy-mm-dd, years 2000 to 2037

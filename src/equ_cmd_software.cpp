@@ -7,6 +7,9 @@
 // Pass: the status file was there; the program exited with status 0.
 // Fail: no status file (silently); the program failed.
 //
+// Needs: "test software status" fails silently until the upgrade program
+// has written /tmp/update_status.
+//
 // Touches: /tmp/update_status (written by the upgrade program); the shell
 // commands "/update/fullupgrade", "echo 4 > /proc/sys/kernel/printk" and
 // "poweroff".

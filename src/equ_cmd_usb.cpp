@@ -9,6 +9,8 @@
 // Fail: a port is empty, the request failed, or a stick did not mount or
 // read back its file.
 //
+// Needs: a stick in each port; for access, each with a FAT file system.
+//
 // Values:
 //   <port num>  0~1 or all (the board's USB ports; checked, not used)
 //

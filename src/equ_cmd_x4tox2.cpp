@@ -7,6 +7,8 @@
 // changed). Fail: the wrong package for the direction, the transfer failed
 // (no server address, no such file on the server) or the tool failed.
 //
+// Needs: "set serverip", and the package on the test PC's TFTP server.
+//
 // Values:
 //   <filename>  2X2.tar.bz2 or 1X4.tar.bz2 (the command refuses the wrong one)
 //

@@ -2,11 +2,15 @@
 // the default board's registration functions build, so that the reference
 // lists exactly what the tool accepts and never goes stale.
 //
-//   cmdref SRC_DIR OUT_FILE
+//   cmdref SRC_DIR OUT_FILE [EXAMPLES]
 //
 // SRC_DIR is the repository: the default board's identifier comes from
-// sim/default-state/board_id, and each module's title, "Pass:" paragraph and
-// "Values:" lines come from the header comment of its src/equ_cmd_*.cpp. A
+// sim/default-state/board_id, and each module's title, "Pass:", "Needs:" and
+// "Departs from" paragraphs and "Values:" lines come from the header comment
+// of its src/equ_cmd_*.cpp. EXAMPLES is what tools/cmdref-capture recorded on
+// the simulated board ("> LINE", then "| " output lines): each example is
+// shown under the unit whose command it runs, and generation fails when a
+// command has none or a line is not a command. A
 // stated range "LO~HI" is tried against the parameter's own validator at its
 // four bounds (LO and HI accepted, LO-1 and HI+1 refused), and generation
 // fails when they disagree; every parameter that has a validator must have a
@@ -54,7 +58,7 @@ const char *const kHowToRead =
 struct Module {
     std::string name;                           // EQU_Cmd_Serial
     std::string title;                          // first line of the header comment
-    std::string pass;                           // the "Pass:" paragraph, one line
+    std::vector<std::string> paras;             // "Pass:", "Needs:", "Departs from", one line each
     std::map<std::string, std::string> values;  // placeholder -> accepted values
 };
 
@@ -110,28 +114,39 @@ Module parse_module(const fs::path &src, const std::string &name)
         if (text.find("\nvoid " + name + "(void)\n") == std::string::npos) {
             continue;
         }
-        Module mod{name, "", "", {}};
+        Module mod{name, "", {}, {}};
         std::vector<std::string> head = header_of(text);
         mod.title = head.empty() ? name : head[0].substr(0, head[0].find(':'));
         if (!mod.title.empty() && mod.title.back() == '.') {
             mod.title.pop_back();
         }
-        bool in_pass = false;
+        bool in_para = false;
         bool in_values = false;
+        std::string key;  // the value whose description an indented line goes on with
         for (const std::string &line : head) {
             std::smatch m;
             if (line.empty()) {
-                in_pass = in_values = false;
-            } else if (line.rfind("Pass:", 0) == 0 || in_pass) {
-                mod.pass += (in_pass ? " " : "") + line;
-                in_pass = true;
+                in_para = in_values = false;
+                key.clear();
+            } else if (in_para) {
+                mod.paras.back() += " " + line;
+            } else if (line.rfind("Pass:", 0) == 0 || line.rfind("Needs:", 0) == 0 ||
+                       line.rfind("Departs from", 0) == 0) {
+                mod.paras.push_back(line);
+                in_para = true;
             } else if (line == "Values:") {
                 in_values = true;
             } else if (in_values && std::regex_match(line, m, value_re)) {
-                mod.values[m[1]] = m[2];
+                key = m[1];
+                mod.values[key] = m[2];
+            } else if (!key.empty() && line.rfind("    ", 0) == 0) {
+                mod.values[key] += " " + line.substr(line.find_first_not_of(' '));
             }
         }
-        if (mod.pass.empty() || mod.pass.find(" Fail: ") == std::string::npos) {
+        auto pass = std::find_if(mod.paras.begin(), mod.paras.end(), [](const std::string &p) {
+            return p.rfind("Pass:", 0) == 0 && p.find(" Fail: ") != std::string::npos;
+        });
+        if (pass == mod.paras.end()) {
             die(entry.path().string() +
                 ": the header comment has no \"Pass: ... Fail: ...\" paragraph");
         }
@@ -272,11 +287,72 @@ std::string cell(const char *text)
     return std::regex_replace(utf8, std::regex("\\|"), "\\|");
 }
 
-// A unit: its commands as typed, then each word once with what "?" shows
-// for it (a word whose help differs by place gets a row for each).
-void write_unit(std::ostream &out, const Module &mod, const std::vector<Line> &lines)
+// One example as captured: the line typed and what the board printed.
+struct Example {
+    std::string line;
+    std::string shown;
+};
+
+std::vector<Example> read_examples(const fs::path &path)
 {
-    out << "\n## " << mod.title << "\n\n" << mod.pass << "\n\n```\n";
+    std::vector<Example> examples;
+    std::stringstream ss(read_file(path));
+    for (std::string row; std::getline(ss, row);) {
+        if (row.rfind("> ", 0) == 0) {
+            examples.push_back({row.substr(2), ""});
+        } else if (row.rfind("|", 0) == 0 && !examples.empty()) {
+            examples.back().shown += row.substr(row.size() > 1 ? 2 : 1) + "\n";
+        } else {
+            die(path.string() + ": not an example record: " + row);
+        }
+    }
+    return examples;
+}
+
+// The node that ends the command a line runs, matched word by word as the
+// engine matches them; null when the line is no complete command.
+const CLI_CMD_NODE_S *command_of(const std::string &line)
+{
+    std::stringstream ss(line);
+    CLI_CMD_NODE_S *level = gpstCmdTempletRoot;
+    CLI_CMD_NODE_S *node = nullptr;
+    for (std::string word; ss >> word;) {
+        // 0: a parameter slot took it, 1: one keyword; anything else is refused.
+        int64_t lMatch =
+            level == nullptr ? -1 : CLI_MatchInputInBrotherCmd(word.c_str(), level, &node);
+        if (lMatch != 0 && lMatch != 1) {
+            return nullptr;
+        }
+        level = node->pstSon;
+    }
+    return node != nullptr && node->pfHandler != nullptr ? node : nullptr;
+}
+
+void write_examples(std::ostream &out, const std::string &model,
+                    const std::vector<const Example *> &examples)
+{
+    if (examples.empty()) {
+        return;
+    }
+    out << "\nOn the default simulated board, in the order `make docs` runs them (a line "
+           "before its precondition shows the failure):\n\n```\n";
+    for (const Example *ex : examples) {
+        out << "[" << model << "-equipment]" << ex->line << ex->shown;
+    }
+    out << "```\n";
+}
+
+// A unit: its paragraphs, its commands as typed, then each word once with
+// what "?" shows for it (a word whose help differs by place gets a row for
+// each), then its examples.
+void write_unit(std::ostream &out, const Module &mod, const std::vector<Line> &lines,
+                const std::vector<const Example *> &examples)
+{
+    out << "\n## " << mod.title << "\n\n";
+    for (const std::string &para : mod.paras) {
+        out << para << "\n\n";
+    }
+    out << "```\n";
     for (const Line &line : lines) {
         out << line.text << "\n";
     }
@@ -294,6 +370,7 @@ void write_unit(std::ostream &out, const Module &mod, const std::vector<Line> &l
             }
         }
     }
+    write_examples(out, gpstEquBoardDesc->pcModel, examples);
 }
 
 // The tree as the default board's registration functions build it, each node
@@ -328,8 +405,36 @@ Registry register_board(const fs::path &src)
     return reg;
 }
 
-void write_reference(std::ostream &out, const Registry &reg, uint32_t u32Id)
+// Each example under the unit of its command; every command needs one.
+std::vector<std::vector<const Example *>> examples_by_mod(const Registry &reg,
+                                                          const std::vector<Example> &examples)
 {
+    std::vector<std::vector<const Example *>> by_mod(reg.mods.size());
+    if (examples.empty()) {
+        return by_mod;
+    }
+    std::map<const CLI_CMD_NODE_S *, int> shown;
+    for (const Example &ex : examples) {
+        const CLI_CMD_NODE_S *end = command_of(ex.line);
+        if (end == nullptr) {
+            die("the example \"" + ex.line + "\" is not a command");
+        }
+        by_mod[reg.handler.at(end)].push_back(&ex);
+        shown[end]++;
+    }
+    for (const auto &[node, mod] : reg.handler) {
+        if (node->pfHandler != nullptr && shown.count(node) == 0) {
+            die(reg.mods[mod].name + ": a command ending in \"" + node->szKey +
+                "\" has no example in tools/cmdref-examples.txt");
+        }
+    }
+    return by_mod;
+}
+
+void write_reference(std::ostream &out, const Registry &reg, uint32_t u32Id,
+                     const std::vector<Example> &examples)
+{
+    std::vector<std::vector<const Example *>> shown = examples_by_mod(reg, examples);
     std::vector<std::vector<Line>> by_mod(reg.mods.size());
     size_t lines = 0;
     for (const CLI_CMD_NODE_S *top : level(gpstCmdTempletRoot)) {
@@ -354,7 +459,7 @@ void write_reference(std::ostream &out, const Registry &reg, uint32_t u32Id)
     }
     for (size_t i = 0; i < reg.mods.size(); i++) {
         if (!by_mod[i].empty()) {
-            write_unit(out, reg.mods[i], by_mod[i]);
+            write_unit(out, reg.mods[i], by_mod[i], shown[i]);
         }
     }
 }
@@ -363,8 +468,8 @@ void write_reference(std::ostream &out, const Registry &reg, uint32_t u32Id)
 
 int main(int argc, char *argv[])
 {
-    if (argc != 3) {
-        fprintf(stderr, "usage: cmdref SRC_DIR OUT_FILE\n");
+    if (argc != 3 && argc != 4) {
+        fprintf(stderr, "usage: cmdref SRC_DIR OUT_FILE [EXAMPLES]\n");
         return 2;
     }
     fs::path src = argv[1];
@@ -374,7 +479,8 @@ int main(int argc, char *argv[])
         die("no board record for the default board");
     }
     Registry reg = register_board(src);
+    std::vector<Example> examples = argc == 4 ? read_examples(argv[3]) : std::vector<Example>{};
     std::ofstream out(argv[2]);
-    write_reference(out, reg, u32Id);
+    write_reference(out, reg, u32Id, examples);
     return out ? 0 : 1;
 }

@@ -2,7 +2,11 @@
 end of each veth (pc<n> for eth<n>), chosen by the state's eth/eth<n>, read
 at every frame:
 
-    cable           the test PC itself: its kernel answers (ping, TFTP)
+    cable           the test PC itself: its kernel answers (ping, TFTP); words
+                    after it add a host on the same cable:
+                    host=IP     answers ARP and ping for IP (not the PC's)
+                    lose=N,...  but not the Nth echo request it sees (counted
+                                from 1 since the box started)
     loopback        a loopback plug: every frame the board sends comes back
                     as it was sent; words after it spoil it:
                     corrupt=N   byte N of each frame has its low bit flipped
@@ -45,6 +49,48 @@ def capture(path, frame):
         f.write(frame)
 
 
+def checksum(data):
+    data += b'\0' * (len(data) % 2)
+    total = sum(struct.unpack('!%dH' % (len(data) // 2), data))
+    while total >> 16:
+        total = (total & 0xFFFF) + (total >> 16)
+    return struct.pack('!H', ~total & 0xFFFF)
+
+
+class Host:
+    """A second host on a cable: its ARP and echo replies, crafted here, so
+    that a test can make it lose a chosen echo request."""
+    MAC = bytes.fromhex('020000000050')
+
+    def __init__(self):
+        self.echoes = 0
+
+    def answer(self, frame, ip, lose):
+        """The reply to a frame for `ip` (an ARP request or an echo request
+        not lost), or None."""
+        reply = self.arp_reply(frame, ip)
+        head = 14 + (frame[14] & 0x0F) * 4 if len(frame) > 34 else len(frame)
+        if reply or frame[12:14] != b'\x08\0' or len(frame) <= head or frame[23] != 1 \
+                or frame[30:34] != ip or frame[head] != 8:
+            return reply
+        self.echoes += 1
+        return None if self.echoes in lose else self.echo_reply(frame, head)
+
+    def arp_reply(self, frame, ip):
+        if frame[12:14] != b'\x08\x06' or frame[20:22] != b'\0\1' or frame[38:42] != ip:
+            return None
+        arp = frame[14:20] + b'\0\2' + self.MAC + ip + frame[22:32]
+        return frame[6:12] + self.MAC + frame[12:14] + arp
+
+    def echo_reply(self, frame, head):
+        """The IPv4 header with its addresses swapped, the ICMP type 0."""
+        icmp = b'\0\0\0\0' + frame[head + 4:]
+        icmp = icmp[:2] + checksum(icmp) + icmp[4:]
+        iph = frame[14:24] + b'\0\0' + frame[30:34] + frame[26:30] + frame[34:head]
+        iph = iph[:10] + checksum(iph) + iph[12:]
+        return frame[6:12] + self.MAC + frame[12:14] + iph + icmp
+
+
 def plug_words(path):
     try:
         with open(path) as f:
@@ -69,6 +115,7 @@ class Plugs:
                 sock.close()
                 continue
             self.sel.register(sock, selectors.EVENT_READ, name)
+        self.hosts = {}
 
     def journal(self, text):
         daemon.journal(self.state, text)
@@ -76,7 +123,16 @@ class Plugs:
     def received(self, sock, port):
         frame, addr = sock.recvfrom(65536)
         mode, opts = plug_words(os.path.join(self.state, 'eth', port))
-        if addr[2] == PACKET_OUTGOING or mode != 'loopback':
+        if addr[2] == PACKET_OUTGOING:
+            return
+        if mode == 'cable' and 'host' in opts:
+            lose = {int(n) for n in opts.get('lose', '').split(',') if n.isdigit()}
+            reply = self.hosts.setdefault(port, Host()).answer(
+                frame, socket.inet_aton(opts['host']), lose)
+            if reply:
+                sock.send(reply)
+            return
+        if mode != 'loopback':
             return
         capture(os.path.join(self.state, 'capture', port + '.pcap'), frame)
         spoilt = 'drop' in opts

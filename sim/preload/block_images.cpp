@@ -50,9 +50,9 @@ off_t image_size(int fd)
 constexpr off_t kSector = 512;
 
 struct Quick {
-    off_t limit = 0;     // the prefix, in bytes
-    off_t size = 0;      // an image keeps its size: no fstat per seek
-    off_t pos = -1;      // the position while it lies in the prefix, else -1
+    off_t limit = 0;  // the prefix, in bytes
+    off_t size = 0;   // an image keeps its size: no fstat per seek
+    off_t pos = -1;   // the position while it lies in the prefix, else -1
     std::map<off_t, std::array<unsigned char, kSector>> kept;  // sectors not zero
 };
 

@@ -16,7 +16,9 @@ def test_inputs(board):
     assert (frame.result, frame.lines) == ('fail', [b'error:Alarm 0 input get failed',
                                                     b'Alarm 1 input get : close'])
     assert [e['input'] for e in board.journal('drv', 'DRV_PerpCtl', 0x1618)] == ['0', '1'] * 2
-    assert b'Alarm input number must be 0-1 or all' in board.command('test alarm get input 2').text
+    for port in ('2', '-', '-0'):  # a port is digits alone
+        assert b'Alarm input number must be 0-1 or all' in \
+            board.command(f'test alarm get input {port}').text
 
 
 def test_outputs(board):
@@ -33,5 +35,6 @@ def test_outputs(board):
     frame = board.command('test alarm set output off all')
     assert (frame.result, frame.lines) == ('fail', [b'error:Alarm 0 output set : off failed',
                                                     b'Alarm 1 output set : off'])
-    assert b'Alarm output number must be 0-1 or all' in \
-        board.command('test alarm set output on 02x').text
+    for port in ('02x', '-0', '-'):
+        assert b'Alarm output number must be 0-1 or all' in \
+            board.command(f'test alarm set output on {port}').text

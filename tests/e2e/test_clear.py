@@ -128,6 +128,8 @@ def test_without_data_partitions_or_disks(box_factory):
      b'\r\nSlot_0 format :fail\n'),
     (lambda b: b.write('disk/slots', '1'),  # the driver lists fewer slots than the board has
      b'Slot_0 format :pass\n\r\nInvalid board slot 0 or disk slot 1'),
+    # An empty slot is passed over: slot 1 is still wiped (it ends before the middle).
+    (lambda b: b.write('disk/present', '0 1 0 0'), b'Slot_1 format :fail\n'),
 ])
 def test_disk_wipe_failures(box_factory, setup, tail):
     board = box_factory(fast=True)

@@ -13,6 +13,12 @@ def test_sector_test_leaves_the_pattern_and_nothing_else(board):
     with open(image, 'r+b') as disk:
         before = os.urandom(300 * 512)
         disk.write(before)
+    # A write the disk acknowledged but lost is caught by the read-back.
+    board.fail('write./dev/sdc', ret=512, times=1)
+    assert board.command('test esata sector').body == b'esata test..........error'
+    assert board.command('test esata sector').result == 'pass'  # one sector by default
+    with open(image, 'rb') as disk:
+        assert disk.read(3 * 512) == before[:512] + b'\xa5' * 512 + before[1024:1536]
     assert board.command('test esata sector 255').body == b'esata test..........ok'
     with open(image, 'rb') as disk:
         after = disk.read(300 * 512)
@@ -20,7 +26,6 @@ def test_sector_test_leaves_the_pattern_and_nothing_else(board):
     assert after[512:256 * 512] == b'\xa5' * 255 * 512
     assert after[256 * 512:] == before[256 * 512:]
     assert [e.name for e in board.journal('close')][-1] == '/dev/sdc'
-    assert board.command('test esata sector').result == 'pass'
     # A negative number is a number, out of range.
     for times in ('0', '256', '-5'):
         refusal = b'error:times must between 1 ~ 255'

@@ -24,16 +24,20 @@ def left_open(board, node):
 
 def test_sector_test_restores_every_byte(box_factory):
     board = box_factory(fast=True)
-    board.attach_disk(1, 'sdb', 8 * 512)  # a disk that ends at sector 8
+    board.attach_disk(1, 'sdb', 12 * 512)  # a disk that ends at sector 12
     board.start().enter_equipment()
     sda, sdb = board.path('block/sda'), board.path('block/sdb')
     seed(sda, range(0, 300))
-    seed(sdb, range(0, 8))
+    seed(sdb, range(0, 12))
     before = image_digest(sda), image_digest(sdb)
     assert board.command('test hdd 0 0 255 read').body == b'Slot  0 test..........ok'
-    frame = board.command('test hdd 0 1 16 write')
-    assert (frame.result, frame.body) == ('fail', b'Slot  1 test read old data of sector 8 error'
-                                          b'\r\nSlot  1 test..........error')
+    # Sector 12 is the first past the disk: counting to it tests it. Any count
+    # is a count (2^64 does not wrap to 0): it ends at the disk's end.
+    assert board.command('test hdd 0 1 11 write').passed
+    for count in (12, 1 << 64):
+        frame = board.command(f'test hdd 0 1 {count} write')
+        assert (frame.result, frame.body) == ('fail', b'Slot  1 test read old data of sector 12 '
+                                              b'error\r\nSlot  1 test..........error')
     # The third write is sector 2's pattern: reported, put back, the rest tested.
     board.fail('write./dev/sda', skip=2, times=1)
     assert board.command('test hdd 0 0 4 read').body == (
@@ -76,6 +80,8 @@ def test_slots_presence_and_capacity(box_factory):
         b'hdd  0 is: present \r\nhdd  1 is: absent \r\nhdd  2 is: present \r\nhdd  3 is: absent ')
     # A good presence query leaves the node open, one per slot.
     assert left_open(board, '/dev/harddisk') == 4
+    # The slot printed is the slot tested: 2^32 is not slot 0.
+    assert board.command(f'test hdd {1 << 32} present').body == b'hdd 4294967296 is: absent '
     assert board.command('test hdd 0 2 capacity').body == b'hdd capacity : 3726gb '
     assert board.command('test hdd 0 1 capacity').body == b'hdd capacity : 0gb '
     board.fail('ioctl./dev/harddisk.0x40500')

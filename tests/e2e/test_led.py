@@ -45,3 +45,5 @@ def test_a_failed_cycle_ends_the_worker_for_good(board):
     assert board.command('test led on').passed
     assert board.command('test led off').passed   # no worker left to wait for
     assert led_writes(board, mark) == ALL_OFF
+    board.fail(f'ioctl./dev/hal_gpio.{GPIO_SET:#x}', times=1)  # the odd set's first LED
+    assert board.command('test led off').result == 'fail'

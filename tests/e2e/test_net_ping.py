@@ -40,6 +40,11 @@ def test_link_down_and_lost_packets(board):
     # 10.9.9.9 (no summary at all).
     frame = board.command('ping -c 1 192.168.2.7 9 copper', timeout=30)
     assert (frame.result, frame.body) == ('fail', b'error:port GE9 ping failed')
+    # A host that loses its second echo request: one answer of two fails.
+    board.write('eth/eth0', 'cable host=192.168.1.50 lose=2')
+    assert board.command('ping -c 1 192.168.1.50 9').passed
+    frame = board.command('ping -c 2 192.168.1.50 9 copper', timeout=30)
+    assert (frame.result, frame.body) == ('fail', b'error:port GE9 ping failed')
     frame = board.command('ping -c 1 10.9.9.9 9')
     assert (frame.result, frame.body) == ('fail', b'ping: sendto: Network is unreachable\n')
 

@@ -21,7 +21,9 @@ def test_settime_sets_chip_nvram_and_box_clock(board, box_run):
     assert abs(int(board.read('clock').split()[0]) - ahead) < 300
     assert (board.read('nvram/rtcdate'), board.read('nvram/rtctime')) == (
         '2030-12-31\n', '23:59:30\n')
-    saved, now = board.command('test rtc gettime').body.split(b'\r\n')
+    frame = board.command('test rtc gettime')
+    assert frame.body_raw.startswith(b'\r\nRTC_Chip saved')
+    saved, now = frame.body.split(b'\r\n')
     assert saved == b'RTC_Chip saved set time is 23:59:30 2030-12-31'
     assert re.fullmatch(rb'RTC_Chip time get is (23:59:[3-5]\d 2030-12-31|00:00:\d\d 2031-01-01) ',
                         now)

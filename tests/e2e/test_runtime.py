@@ -33,6 +33,11 @@ def test_failures(board):
     board.write('runtime/first_use', '2024-03-05')
     board.fail('ioctl./dev/hal_runtime.0x3020a', ret=0, errno=0)
     assert board.command(RESET).body == b'' and board.command(RESET).result == 'fail'
+    board.unfail('ioctl./dev/hal_runtime.0x3020a')
+    board.fail('ioctl./dev/hal_runtime.0x3020c', ret=0, errno=0)  # the run time kept
+    for kept in ('days=3 hours=0', 'days=0 hours=5'):
+        board.write('runtime/total_used', kept)
+        assert board.command(RESET).body == b'' and board.command(RESET).result == 'fail'
     board.fail('ioctl./dev/hal_runtime.0x3020b')
     assert board.command(SHOW).body == b'ioctl: set first time failed'
     board.fail('ioctl./dev/hal_runtime.0x3020d')

@@ -1,6 +1,7 @@
 """Serial ports and the GPS receiver over the box's pseudo-terminals: the
 loopback plug on ttyS0, the null-modem cable between ttyS6 and ttyS1, a
 remote RS-485 master, the NMEA feeder on ttyS9."""
+import re
 import resource
 
 import pytest
@@ -175,14 +176,30 @@ def test_silent_receiver_holds_the_tool_until_ended_from_outside(board):
     assert board.wait(10) != 0
 
 
-def test_slave_echoes_a_remote_master_and_stops_on_a_rate(box_factory):
+# The master compares each echo with what it sent: one that reached the
+# slave changed comes back changed.
+@pytest.mark.parametrize('words, echoed', [('', 0), (' corrupt=8', -1)])
+def test_slave_echoes_a_remote_master_and_stops_on_a_rate(box_factory, words, echoed):
     box = box_factory(fast=True, run=[str(build_dir() / 'tests/serial_slave'), '6', '60'])
-    box.write('serial/ttyS6', 'master every_ms=300 len=64')
+    box.write('serial/ttyS6', 'master every_ms=300 len=64' + words)
     box.start()
     status = box.wait(30)
     out = box.child.before
     assert status == 0
     assert b'slave has already been enable' in out and b'stopped in' in out
     echoes = box.journal('serial', '/dev/ttyS6')
-    assert echoes and all(e.result == 0 and e['len'] == '70' for e in echoes)
+    assert echoes and all(e.result == echoed and e['len'] == '70' for e in echoes)
     assert opens_and_closes(box, '/dev/ttyS6') == (1, 1)
+
+
+def test_cable_between_two_rates_garbles(box_run):
+    # Line 1's end at 9600, then at 115200, line 6's at 9600.
+    sent = b'cable test 0123456789'
+    script = ('for r in 9600 115200; do stty -F /dev/ttyS6 raw -echo 9600; '
+              'stty -F /dev/ttyS1 raw -echo $r; (sleep 0.3; printf "%s" > /dev/ttyS6) & '
+              'echo "[$(timeout 5 dd if=/dev/ttyS1 bs=1 count=%d 2>/dev/null | od -An -tx1 | '
+              'tr -d \' \\n\')]"; wait; done') % (sent.decode(), len(sent))
+    status, out = box_run('/bin/sh', '-c', script, fast=True)
+    same, other = (bytes.fromhex(h.decode()) for h in re.findall(rb'\[([0-9a-f]*)\]', out))
+    assert status == 0 and same == sent
+    assert len(other) == len(sent) and other != sent

@@ -51,6 +51,10 @@ def test_sticks_that_do_not_mount(board):
     board.write('usb/1', 'name=sde present=-1 id=2')
     assert board.command('test usb status all').body == (
         b'port 0 test ............ absent\nport 1 test ............ absent')
+    board.write('usb/1', 'name=sdd present=0 id=1')  # port 0's stick, seen twice
+    assert board.command('test usb status all').body == (
+        b'port 0 test ............ absent\nport 1 test ............ absent')
+    board.write('usb/1', 'name=sde present=-1 id=2')
     assert board.command('test usb access 1', timeout=30).body == (
         b'Port : USB not all present.\r\n' + ERROR)
     # A stick without a file system: all 33 candidates fail, their

@@ -7,6 +7,8 @@ pytestmark = pytest.mark.needs_cli
 @pytest.mark.parametrize('board_id, straps, pcb, shown', [
     (0x44130109, (1, 0, 0, 1), (1, 0), b'1001\r\nPCB              : Ver.C'),
     (0x44130222, (0, 1, 1, 0), (0, 1), b'0110\r\nPCB              : Ver.B'),
+    # Straps that read differently backwards: bit 7 prints first.
+    (0x44130109, (1, 1, 0, 0), (0, 0), b'1100\r\nPCB              : Ver.A'),
 ])
 def test_version_report(box_factory, board_id, straps, pcb, shown):
     board = box_factory(board_id=board_id, fast=True).start()

@@ -10,12 +10,14 @@ import pytest
 
 REPO = Path(__file__).resolve().parents[2]
 CMDREF = Path(os.environ.get('CLI_BUILD_DIR', REPO / 'build')).resolve() / 'cmdref'
+# What make docs captured on the simulated board (tools/cmdref-capture).
+EXAMPLES = CMDREF.parent / 'cmdref-examples.out'
 
 
 @pytest.fixture
 def tree(tmp_path):
-    if not CMDREF.is_file():
-        pytest.skip(f'{CMDREF} is not built')
+    if not CMDREF.is_file() or not EXAMPLES.is_file():
+        pytest.skip(f'{CMDREF} is not built or {EXAMPLES} not captured (make docs-check)')
     shutil.copytree(REPO / 'src', tmp_path / 'src')
     (tmp_path / 'sim/default-state').mkdir(parents=True)
     shutil.copy(REPO / 'sim/default-state/board_id', tmp_path / 'sim/default-state')
@@ -23,7 +25,7 @@ def tree(tmp_path):
 
 
 def generate(tree):
-    return subprocess.run([str(CMDREF), str(tree), str(tree / 'commands.md')],
+    return subprocess.run([str(CMDREF), str(tree), str(tree / 'commands.md'), str(EXAMPLES)],
                           capture_output=True, text=True, check=False)
 
 
