@@ -63,7 +63,8 @@ def serial_write(port, write, data, timeout):
     waitable = getattr(port, '_socket', None) or port
     if not select.select([], [waitable], [], max(timeout, 0))[1]:
         return 0
-    port.write_timeout = 0
+    if port.write_timeout != 0:  # each change sets the port up again
+        port.write_timeout = 0
     return write(data) or 0
 
 
@@ -152,7 +153,7 @@ class TcpLink:
     def read(self, timeout):
         self.sock.settimeout(timeout)
         try:
-            data = self.sock.recv(4096)
+            data = self.sock.recv(65536)
         except (TimeoutError, BlockingIOError):
             return b''
         if not data:

@@ -12,7 +12,7 @@ import pytest
 
 from harness import runner
 from harness.protocol import BANNER
-from harness.transports import REPO, open_board, parse_target
+from harness.transports import REPO, PtyLink, TcpLink, open_board, parse_target
 
 pytestmark = pytest.mark.needs_cli
 SHELL = f'EXEC:{REPO}/sim/boardsim --fast --run /bin/sh,pty,setsid,ctty,stderr'
@@ -49,31 +49,48 @@ CONSOLE = 'targets:\n  main:\n    resources: {%s}\n    drivers: {%s}\n'
 PORT = 'RawSerialPort: {port: /dev/ttyUSB0}'
 
 
-@pytest.mark.parametrize('target, refused', [
+def here(row, tmp_path):
+    """TMP in a row: the test's own directory."""
+    if isinstance(row, tuple):
+        return tuple(here(value, tmp_path) for value in row)
+    return row.replace('TMP', str(tmp_path)) if isinstance(row, str) else row
+
+
+@pytest.mark.parametrize('target, address', [
     ('tcp:127.0.0.1', 'a host and a port'), ('tcp::2001', 'a host and a port'),
-    ('tcp:127.0.0.1:x', "'x' is not"), ('tcp:127.0.0.1:99999', "'99999' is not"),
-    ('tcp:127.0.0.1:0', "'0' is not"), ('tcp:[::1]:65535', None),
+    ('tcp:127.0.0.1:x', "'x' is not"), ('tcp:127.0.0.1:65536', "'65536' is not"),
+    ('tcp:127.0.0.1:0', "'0' is not"), ('tcp:[::1]:65535', ('::1', 65535)),
     ('serial:/dev/ttyUSB0:fast', "'fast' is not"), ('serial:/dev/ttyUSB0:0', "'0' is not"),
-    ('serial:/dev/null:9600', None), ('box:overheat+hdmi-unplugged', None),
+    ('serial:/dev/null:9600', ('/dev/null', 9600)),
+    ('serial:TMP/usb-0:1.0', ('TMP/usb-0:1.0', 115200)),
+    ('box:overheat+hdmi-unplugged', ['overheat', 'hdmi-unplugged']), ('box', []),
     ('box:overheat+no-such', "no scenario 'no-such'"), ('box:../scenarios', 'no scenario'),
     ('box:README.md', 'no scenario'), ('exec: ', 'no command'), ('usb:0', 'unknown board target'),
     ('labgrid:/no/such.yaml', 'No such file'), ('labgrid:/', 'Is a directory'),
     ('targets: [', 'not YAML'), ('options: {}', 'no target'), ('targets: {a: {}, b: {}}', 'no target'),
     (CONSOLE % (PORT, 'ShellDriver: {}'), 'no console driver'),
-    (CONSOLE % ('', 'SerialDriver: {}'), 'no resource'), (CONSOLE % (PORT, 'SerialDriver: {}'), None),
+    (CONSOLE % ('', 'SerialDriver: {}'), 'no resource'),
+    (CONSOLE % (PORT, 'SerialDriver: {}'), ('TMP/env.yaml', 'main')),
 ])
-def test_targets_are_checked_before_any_board_starts(target, refused, tmp_path):
+def test_targets_are_checked_before_any_board_starts(target, address, tmp_path):
+    (tmp_path / 'usb-0:1.0').touch()  # a device named by its USB path
     if target.startswith(('targets', 'options')):  # a labgrid environment's text
         (tmp_path / 'env.yaml').write_text(target)
-        target = f'labgrid:{tmp_path}/env.yaml'
+        target = 'labgrid:TMP/env.yaml'
+    address = here(address, tmp_path)
     try:
-        kind, address = parse_target(target)
-        assert not refused and (kind, address) == {
-            'tcp': ('tcp', ('::1', 65535)), 'serial': ('serial', ('/dev/null', 9600)),
-            'box': ('box', ['overheat', 'hdmi-unplugged']),
-            'labgrid': ('labgrid', (target[8:], 'main'))}[kind]
+        assert parse_target(here(target, tmp_path))[1] == address
     except ValueError as error:
-        assert refused and refused in str(error) and '\n' not in str(error), error
+        assert address in str(error) and '\n' not in str(error), error
+
+
+def test_links_take_nothing_from_a_far_end_that_reads_nothing():
+    with socket.create_server(('127.0.0.1', 0)) as server:
+        for link in PtyLink('stty raw -echo; echo raw; sleep 30'), TcpLink(*server.getsockname()):
+            link.read(1)  # the pty raw: a cooked line drops what does not fit and takes more
+            taken = [link.write(b'x' * (1 << 20), 0.05) for _ in range(6)]
+            link.close()
+            assert 0 < sum(taken) < 6 << 20 and taken[-2:] == [0, 0]
 
 
 def test_serial(shell_tty, tmp_path):
@@ -126,8 +143,9 @@ class Coordinator(WebSocketServerProtocol):
         return 'wamp.2.json'
     def onMessage(self, payload, binary):
         kind, *msg = json.loads(payload)
-        reply = {1: lambda: [2, 1, {'roles': {'broker': {}, 'dealer': {}}}], 32: lambda: [33] + msg[:1] * 2,
-                 48: lambda: [50, msg[0], {}, [calls[msg[2]]]], 6: lambda: [6, {}, 'wamp.close.normal']}
+        reply = {1: lambda: [2, 1, {'roles': {'broker': {}, 'dealer': {}}}],
+                 32: lambda: [33, msg[0], msg[0]], 48: lambda: [50, msg[0], {}, [calls[msg[2]]]],
+                 6: lambda: [6, {}, 'wamp.close.normal']}
         self.sendMessage(json.dumps(reply[kind]()).encode())
 asyncio.set_event_loop(loop := asyncio.new_event_loop())
 factory = WebSocketServerFactory(f'ws://127.0.0.1:{sys.argv[1]}/ws')
