@@ -215,14 +215,16 @@ class LabgridLink:
                 raise ConsoleError(f'labgrid:{env_file}: {type(err).__name__}: '
                                    f'{" ".join(str(err).split())}') from None
 
+    # The driver's own read and write: labgrid's public ones keep a stack of
+    # steps that every thread shares, and boards read at once.
     def read(self, timeout):
         try:
-            return self.console.read(size=1, timeout=timeout)
+            return self.console._read(size=1, timeout=timeout)
         except self.timeout_error:
             return b''
 
     def write(self, data, timeout):
-        return serial_write(self.console.serial, self.console.write, data, timeout)
+        return serial_write(self.console.serial, self.console._write, data, timeout)
 
     def close(self):
         with labgrid_turn():

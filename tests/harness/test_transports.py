@@ -18,13 +18,13 @@ pytestmark = pytest.mark.needs_cli
 SHELL = f'EXEC:{REPO}/sim/boardsim --fast --run /bin/sh,pty,setsid,ctty,stderr'
 
 
-def smoke(target, tmp_path):
+def smoke(tmp_path, *targets):
     """The shipped smoke plan through the runner, as a factory would run it."""
     report = tmp_path / 'smoke.json'
-    assert runner.main([str(REPO / 'harness/plans/smoke.toml'), '--board', target,
-                        '--json', str(report)]) == 0
-    board = json.loads(report.read_text())['boards'][0]
-    assert BANNER.decode() in board['banner'] and 'BOARD' in board['version']
+    boards = [arg for target in targets for arg in ('--board', target)]
+    assert runner.main([str(REPO / 'harness/plans/smoke.toml'), *boards, '--json', str(report)]) == 0
+    for board in json.loads(report.read_text())['boards']:
+        assert BANNER.decode() in board['banner'] and 'BOARD' in board['version']
 
 
 def socat(address, ready):
@@ -94,7 +94,7 @@ def test_links_take_nothing_from_a_far_end_that_reads_nothing():
 
 
 def test_serial(shell_tty, tmp_path):
-    smoke(f'serial:{shell_tty}:115200', tmp_path)
+    smoke(tmp_path, f'serial:{shell_tty}:115200')
 
 
 def test_labgrid_finds_a_tool_left_running(shell_tty, tmp_path):
@@ -105,7 +105,7 @@ def test_labgrid_finds_a_tool_left_running(shell_tty, tmp_path):
     env = tmp_path / 'env.yaml'
     env.write_text(f'targets:\n  main:\n    resources:\n      RawSerialPort:\n'
                    f'        port: {shell_tty}\n    drivers:\n      SerialDriver: {{}}\n')
-    smoke(f'labgrid:{env}', tmp_path)
+    smoke(tmp_path, f'labgrid:{env}')
 
 
 def free_port():
@@ -114,23 +114,28 @@ def free_port():
         return probe.getsockname()[1]
 
 
-@pytest.fixture
-def console_server():
-    """A console server's raw port on the box's console (socat serves one
+def console_server(port):
+    """A console server's raw port on a box's console (socat serves one
     connection, so it is seen listening in /proc, not by connecting)."""
-    port = free_port()
-
     def listening():
         with open('/proc/net/tcp') as table:
             return any(f'0100007F:{port:04X}' in line and ' 0A ' in line for line in table)
-    proc = socat(f'TCP-LISTEN:{port},bind=127.0.0.1,reuseaddr', listening)
-    yield port
-    proc.terminate()
-    proc.wait(10)
+    return socat(f'TCP-LISTEN:{port},bind=127.0.0.1,reuseaddr', listening)
 
 
-def test_tcp(console_server, tmp_path):
-    smoke(f'tcp:127.0.0.1:{console_server}', tmp_path)
+@pytest.fixture
+def ports(request):
+    """The ports of console servers, one by default."""
+    ports = [free_port() for _ in range(getattr(request, 'param', 1))]
+    servers = [console_server(port) for port in ports]
+    yield ports
+    for proc in servers:
+        proc.terminate()
+        proc.wait(10)
+
+
+def test_tcp(ports, tmp_path):
+    smoke(tmp_path, f'tcp:127.0.0.1:{ports[0]}')
 
 
 # Enough of labgrid's coordinator (a WAMP router and the two calls labgrid's
@@ -156,26 +161,31 @@ loop.run_forever()
 """
 
 
-def test_labgrid_remote_place_from_the_runner(console_server, tmp_path, monkeypatch):
+@pytest.mark.parametrize('ports', [2], indirect=True)
+def test_labgrid_remote_places_from_the_runner(ports, tmp_path, monkeypatch):
     pytest.importorskip('labgrid')
     monkeypatch.setenv('LG_HOSTNAME', 'station')
     monkeypatch.setenv('LG_USERNAME', 'harness')
-    path = ['exporter', 'nvr', 'NetworkSerialPort', 'console']
-    serial = dict(cls=path[2], acquired='nvr-07', avail=True,
-                  params=dict(host='127.0.0.1', port=console_server, protocol='raw'))
-    place = dict(matches=[dict(zip(('exporter', 'group', 'cls', 'name'), path))],
-                 acquired='station/harness', allowed=['station/harness'], acquired_resources=[path])
-    calls = {'org.labgrid.coordinator.get_resources': {'exporter': {'nvr': {'console': serial}}},
-             'org.labgrid.coordinator.get_places': {'nvr-07': place}}
+    resources, places = {}, {}
+    for n, port in enumerate(ports):
+        path = ['exporter', f'nvr{n}', 'NetworkSerialPort', 'console']
+        resources[path[1]] = {path[3]: dict(cls=path[2], acquired=f'line3-{n}', avail=True, params=dict(
+            host='127.0.0.1', port=port, protocol='raw'))}
+        places[f'line3-{n}'] = dict(matches=[dict(zip(('exporter', 'group', 'cls', 'name'), path))],
+                                    acquired='station/harness', allowed=['station/harness'],
+                                    acquired_resources=[path])
+    calls = {'org.labgrid.coordinator.get_resources': {'exporter': resources},
+             'org.labgrid.coordinator.get_places': places}
     port = free_port()
     coordinator = subprocess.Popen([sys.executable, '-c', COORDINATOR, str(port), json.dumps(calls)],
                                    stdout=subprocess.PIPE)
     try:
         assert coordinator.stdout.readline() == b'ready\n'
-        env = tmp_path / 'place.yaml'
-        env.write_text(CONSOLE % ('RemotePlace: {name: nvr-07}', 'SerialDriver: {}')
-                       + f'options: {{crossbar_url: "ws://127.0.0.1:{port}/ws"}}\n')
-        smoke(f'labgrid:{env}', tmp_path)
+        for place in places:
+            (tmp_path / f'{place}.yaml').write_text(
+                CONSOLE % (f'RemotePlace: {{name: {place}}}', 'SerialDriver: {}')
+                + f'options: {{crossbar_url: "ws://127.0.0.1:{port}/ws"}}\n')
+        smoke(tmp_path, *(f'labgrid:{tmp_path}/{place}.yaml' for place in places))
     finally:
         coordinator.terminate()
         coordinator.wait(10)
