@@ -207,8 +207,7 @@ class LabgridLink:
         with labgrid_turn():
             try:
                 self.target = Environment(str(env_file)).get_target(name)
-                self.console = self.target.get_driver('ConsoleProtocol')
-                self.target.activate(self.console)
+                self.console = self.target.get_driver('ConsoleProtocol')  # and activates it
             except OSError:
                 raise
             except Exception as err:  # labgrid's own: a place not acquired, a bad resource

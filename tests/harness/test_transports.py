@@ -88,9 +88,11 @@ def test_links_take_nothing_from_a_far_end_that_reads_nothing():
     with socket.create_server(('127.0.0.1', 0)) as server:
         for link in PtyLink('stty raw -echo; echo raw; sleep 30'), TcpLink(*server.getsockname()):
             link.read(1)  # the pty raw: a cooked line drops what does not fit and takes more
+            started = time.monotonic()
             taken = [link.write(b'x' * (1 << 20), 0.05) for _ in range(6)]
             link.close()
             assert 0 < sum(taken) < 6 << 20 and taken[-2:] == [0, 0]
+            assert time.monotonic() - started < 1
 
 
 def test_serial(shell_tty, tmp_path):
