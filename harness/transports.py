@@ -63,7 +63,8 @@ def serial_write(port, write, data, timeout):
     waitable = getattr(port, '_socket', None) or port
     if not select.select([], [waitable], [], max(timeout, 0))[1]:
         return 0
-    port.write_timeout = 0
+    if port.write_timeout != 0:  # each change sets the port up again
+        port.write_timeout = 0
     return write(data) or 0
 
 
@@ -152,7 +153,7 @@ class TcpLink:
     def read(self, timeout):
         self.sock.settimeout(timeout)
         try:
-            data = self.sock.recv(4096)
+            data = self.sock.recv(65536)
         except (TimeoutError, BlockingIOError):
             return b''
         if not data:
@@ -206,22 +207,23 @@ class LabgridLink:
         with labgrid_turn():
             try:
                 self.target = Environment(str(env_file)).get_target(name)
-                self.console = self.target.get_driver('ConsoleProtocol')
-                self.target.activate(self.console)
+                self.console = self.target.get_driver('ConsoleProtocol')  # and activates it
             except OSError:
                 raise
             except Exception as err:  # labgrid's own: a place not acquired, a bad resource
                 raise ConsoleError(f'labgrid:{env_file}: {type(err).__name__}: '
                                    f'{" ".join(str(err).split())}') from None
 
+    # The driver's own read and write: labgrid's public ones keep a stack of
+    # steps that every thread shares, and boards read at once.
     def read(self, timeout):
         try:
-            return self.console.read(size=1, timeout=timeout)
+            return self.console._read(size=1, timeout=timeout)
         except self.timeout_error:
             return b''
 
     def write(self, data, timeout):
-        return serial_write(self.console.serial, self.console.write, data, timeout)
+        return serial_write(self.console.serial, self.console._write, data, timeout)
 
     def close(self):
         with labgrid_turn():

@@ -5,7 +5,7 @@ import time
 import pytest
 
 from harness.client import LIMIT, Console, ConsoleError
-from harness.protocol import parse_answer, parse_frame, text_of
+from harness.protocol import BANNER, parse_answer, parse_frame, text_of
 from harness.timeouts import default_timeout
 from harness.transports import open_board
 
@@ -86,27 +86,44 @@ def scripted(shown=()):
 @pytest.mark.parametrize('command, why', [
     ('test mainboard temperature 0 1\rtest led on', r"'\r'"), ('test led on\x1b[A', r"'\x1b'"),
     ('test led on\n', r"'\n'"), ('test\tled on', r"'\t'"), ('test led ?', 'help'),
-    ('test led on\x9b', r"'\x9b'"),
+    ('test led on\x9b', r"'\x9b'"), ('test led on', 'took no more of the command'),
 ])
-def test_a_command_is_one_line(command, why):
-    with pytest.raises(ValueError) as refused:
-        scripted().run(command)
-    assert why in str(refused.value)
+def test_a_command_is_one_line_typed_within_its_time_out(command, why):
+    try:  # to a console that takes nothing
+        result = scripted().run(command, timeout=0.5)
+        assert result.verdict == 'timeout' and why in result.message and result.duration < 1
+    except ValueError as refused:
+        assert why in str(refused)
 
 
-def test_a_console_that_takes_nothing_costs_the_time_out():
-    result = scripted().run('test led on', timeout=0.5)
-    assert result.verdict == 'timeout' and 'no more' in result.message and result.duration < 1
+@pytest.mark.parametrize('shown, error', [
+    # The prompt again (for a line break sent before the shell showed it), then cli's echo.
+    ([b'/ # ', b'\r\n/ # ', b'cli\r\nEQUIPMENT_TEST_OK\r\r\n<PLM7140>',
+      b'\r\r\n[PLM7140-equipment]'], None),
+    ([b'/ # ', b'cli\r\nsh: cli: not found\r\n/ # '], 'cli did not start'),
+])
+def test_a_shell_gets_cli_typed_once(shown, error):
+    console = Console(Scripted(shown), target='scripted', kind='exec')
+    if error:
+        with pytest.raises(ConsoleError, match=error):
+            console.start()
+    else:
+        assert console.start().banner == BANNER and console.mode == 'equipment'
 
 
-def test_a_flood_keeps_its_head_and_tail():
-    flood = [b'test flood\r\r\n@\r\r\nhead\r\r\n'] + [b'y' * 4096] * (3 * LIMIT // 4096)
+@pytest.mark.parametrize('size', [1000, 3 * LIMIT])
+def test_a_flood_keeps_its_head_and_tail(size):
+    chunk = min(size, 4096)
+    flood = [b'test flood\r\r\n@\r\r\nhead\r\r\n'] + [b'y' * chunk] * (size // chunk)
     end = b'\r\r\ntail\r\r\ntest result:pass\r\r\n$$\r\r\n[PLM7140-equipment]'
-    result = scripted(flood + [end]).run('test flood')
+    console = scripted(flood + [end])
+    result = console.run('test flood')
+    assert len(console._buf) <= 2 * LIMIT  # read in bounded memory
     lines = result.text.split('\n')
     kept = sum(len(line) for line in lines if line.startswith('y'))
-    assert result.passed and abs(len(result.raw) - LIMIT) < 100
-    assert lines[0] == 'head' and lines[-1] == 'tail' and f'[{3 * LIMIT - kept} bytes dropped]' in lines
+    assert result.passed and abs(len(result.raw) - min(size, LIMIT)) < 100
+    assert lines[0] == 'head' and lines[-1] == 'tail'
+    assert (f'[{size - kept} bytes dropped]' in lines) == (size > LIMIT)
 
 
 @pytest.fixture

@@ -12,19 +12,20 @@ import pytest
 
 from harness import runner
 from harness.protocol import BANNER
-from harness.transports import REPO, open_board, parse_target
+from harness.transports import REPO, PtyLink, TcpLink, open_board, parse_target
 
 pytestmark = pytest.mark.needs_cli
 SHELL = f'EXEC:{REPO}/sim/boardsim --fast --run /bin/sh,pty,setsid,ctty,stderr'
 
 
-def smoke(target, tmp_path):
+def smoke(tmp_path, *targets):
     """The shipped smoke plan through the runner, as a factory would run it."""
     report = tmp_path / 'smoke.json'
-    assert runner.main([str(REPO / 'harness/plans/smoke.toml'), '--board', target,
-                        '--json', str(report), '--no-db']) == 0
-    board = json.loads(report.read_text())['boards'][0]
-    assert BANNER.decode() in board['banner'] and 'BOARD' in board['version']
+    boards = [arg for target in targets for arg in ('--board', target)]
+    assert runner.main([str(REPO / 'harness/plans/smoke.toml'), *boards, '--json', str(report),
+                        '--no-db']) == 0
+    for board in json.loads(report.read_text())['boards']:
+        assert BANNER.decode() in board['banner'] and 'BOARD' in board['version']
 
 
 def socat(address, ready):
@@ -49,35 +50,54 @@ CONSOLE = 'targets:\n  main:\n    resources: {%s}\n    drivers: {%s}\n'
 PORT = 'RawSerialPort: {port: /dev/ttyUSB0}'
 
 
-@pytest.mark.parametrize('target, refused', [
+def here(row, tmp_path):
+    """TMP in a row: the test's own directory."""
+    if isinstance(row, tuple):
+        return tuple(here(value, tmp_path) for value in row)
+    return row.replace('TMP', str(tmp_path)) if isinstance(row, str) else row
+
+
+@pytest.mark.parametrize('target, address', [
     ('tcp:127.0.0.1', 'a host and a port'), ('tcp::2001', 'a host and a port'),
-    ('tcp:127.0.0.1:x', "'x' is not"), ('tcp:127.0.0.1:99999', "'99999' is not"),
-    ('tcp:127.0.0.1:0', "'0' is not"), ('tcp:[::1]:65535', None),
+    ('tcp:127.0.0.1:x', "'x' is not"), ('tcp:127.0.0.1:65536', "'65536' is not"),
+    ('tcp:127.0.0.1:0', "'0' is not"), ('tcp:[::1]:65535', ('::1', 65535)),
     ('serial:/dev/ttyUSB0:fast', "'fast' is not"), ('serial:/dev/ttyUSB0:0', "'0' is not"),
-    ('serial:/dev/null:9600', None), ('box:overheat+hdmi-unplugged', None),
+    ('serial:/dev/null:9600', ('/dev/null', 9600)),
+    ('serial:TMP/usb-0:1.0', ('TMP/usb-0:1.0', 115200)),
+    ('box:overheat+hdmi-unplugged', ['overheat', 'hdmi-unplugged']), ('box', []),
     ('box:overheat+no-such', "no scenario 'no-such'"), ('box:../scenarios', 'no scenario'),
     ('box:README.md', 'no scenario'), ('exec: ', 'no command'), ('usb:0', 'unknown board target'),
     ('labgrid:/no/such.yaml', 'No such file'), ('labgrid:/', 'Is a directory'),
     ('targets: [', 'not YAML'), ('options: {}', 'no target'), ('targets: {a: {}, b: {}}', 'no target'),
     (CONSOLE % (PORT, 'ShellDriver: {}'), 'no console driver'),
-    (CONSOLE % ('', 'SerialDriver: {}'), 'no resource'), (CONSOLE % (PORT, 'SerialDriver: {}'), None),
+    (CONSOLE % ('', 'SerialDriver: {}'), 'no resource'),
+    (CONSOLE % (PORT, 'SerialDriver: {}'), ('TMP/env.yaml', 'main')),
 ])
-def test_targets_are_checked_before_any_board_starts(target, refused, tmp_path):
+def test_targets_are_checked_before_any_board_starts(target, address, tmp_path):
+    (tmp_path / 'usb-0:1.0').touch()  # a device named by its USB path
     if target.startswith(('targets', 'options')):  # a labgrid environment's text
         (tmp_path / 'env.yaml').write_text(target)
-        target = f'labgrid:{tmp_path}/env.yaml'
+        target = 'labgrid:TMP/env.yaml'
+    address = here(address, tmp_path)
     try:
-        kind, address = parse_target(target)
-        assert not refused and (kind, address) == {
-            'tcp': ('tcp', ('::1', 65535)), 'serial': ('serial', ('/dev/null', 9600)),
-            'box': ('box', ['overheat', 'hdmi-unplugged']),
-            'labgrid': ('labgrid', (target[8:], 'main'))}[kind]
+        assert parse_target(here(target, tmp_path))[1] == address
     except ValueError as error:
-        assert refused and refused in str(error) and '\n' not in str(error), error
+        assert address in str(error) and '\n' not in str(error), error
+
+
+def test_links_take_nothing_from_a_far_end_that_reads_nothing():
+    with socket.create_server(('127.0.0.1', 0)) as server:
+        for link in PtyLink('stty raw -echo; echo raw; sleep 30'), TcpLink(*server.getsockname()):
+            link.read(1)  # the pty raw: a cooked line drops what does not fit and takes more
+            started = time.monotonic()
+            taken = [link.write(b'x' * (1 << 20), 0.05) for _ in range(6)]
+            link.close()
+            assert 0 < sum(taken) < 6 << 20 and taken[-2:] == [0, 0]
+            assert time.monotonic() - started < 1
 
 
 def test_serial(shell_tty, tmp_path):
-    smoke(f'serial:{shell_tty}:115200', tmp_path)
+    smoke(tmp_path, f'serial:{shell_tty}:115200')
 
 
 def test_labgrid_finds_a_tool_left_running(shell_tty, tmp_path):
@@ -88,7 +108,7 @@ def test_labgrid_finds_a_tool_left_running(shell_tty, tmp_path):
     env = tmp_path / 'env.yaml'
     env.write_text(f'targets:\n  main:\n    resources:\n      RawSerialPort:\n'
                    f'        port: {shell_tty}\n    drivers:\n      SerialDriver: {{}}\n')
-    smoke(f'labgrid:{env}', tmp_path)
+    smoke(tmp_path, f'labgrid:{env}')
 
 
 def free_port():
@@ -97,23 +117,28 @@ def free_port():
         return probe.getsockname()[1]
 
 
-@pytest.fixture
-def console_server():
-    """A console server's raw port on the box's console (socat serves one
+def console_server(port):
+    """A console server's raw port on a box's console (socat serves one
     connection, so it is seen listening in /proc, not by connecting)."""
-    port = free_port()
-
     def listening():
         with open('/proc/net/tcp') as table:
             return any(f'0100007F:{port:04X}' in line and ' 0A ' in line for line in table)
-    proc = socat(f'TCP-LISTEN:{port},bind=127.0.0.1,reuseaddr', listening)
-    yield port
-    proc.terminate()
-    proc.wait(10)
+    return socat(f'TCP-LISTEN:{port},bind=127.0.0.1,reuseaddr', listening)
 
 
-def test_tcp(console_server, tmp_path):
-    smoke(f'tcp:127.0.0.1:{console_server}', tmp_path)
+@pytest.fixture
+def ports(request):
+    """The ports of console servers, one by default."""
+    ports = [free_port() for _ in range(getattr(request, 'param', 1))]
+    servers = [console_server(port) for port in ports]
+    yield ports
+    for proc in servers:
+        proc.terminate()
+        proc.wait(10)
+
+
+def test_tcp(ports, tmp_path):
+    smoke(tmp_path, f'tcp:127.0.0.1:{ports[0]}')
 
 
 # Enough of labgrid's coordinator (a WAMP router and the two calls labgrid's
@@ -126,8 +151,9 @@ class Coordinator(WebSocketServerProtocol):
         return 'wamp.2.json'
     def onMessage(self, payload, binary):
         kind, *msg = json.loads(payload)
-        reply = {1: lambda: [2, 1, {'roles': {'broker': {}, 'dealer': {}}}], 32: lambda: [33] + msg[:1] * 2,
-                 48: lambda: [50, msg[0], {}, [calls[msg[2]]]], 6: lambda: [6, {}, 'wamp.close.normal']}
+        reply = {1: lambda: [2, 1, {'roles': {'broker': {}, 'dealer': {}}}],
+                 32: lambda: [33, msg[0], msg[0]], 48: lambda: [50, msg[0], {}, [calls[msg[2]]]],
+                 6: lambda: [6, {}, 'wamp.close.normal']}
         self.sendMessage(json.dumps(reply[kind]()).encode())
 asyncio.set_event_loop(loop := asyncio.new_event_loop())
 factory = WebSocketServerFactory(f'ws://127.0.0.1:{sys.argv[1]}/ws')
@@ -138,26 +164,31 @@ loop.run_forever()
 """
 
 
-def test_labgrid_remote_place_from_the_runner(console_server, tmp_path, monkeypatch):
+@pytest.mark.parametrize('ports', [2], indirect=True)
+def test_labgrid_remote_places_from_the_runner(ports, tmp_path, monkeypatch):
     pytest.importorskip('labgrid')
     monkeypatch.setenv('LG_HOSTNAME', 'station')
     monkeypatch.setenv('LG_USERNAME', 'harness')
-    path = ['exporter', 'nvr', 'NetworkSerialPort', 'console']
-    serial = dict(cls=path[2], acquired='nvr-07', avail=True,
-                  params=dict(host='127.0.0.1', port=console_server, protocol='raw'))
-    place = dict(matches=[dict(zip(('exporter', 'group', 'cls', 'name'), path))],
-                 acquired='station/harness', allowed=['station/harness'], acquired_resources=[path])
-    calls = {'org.labgrid.coordinator.get_resources': {'exporter': {'nvr': {'console': serial}}},
-             'org.labgrid.coordinator.get_places': {'nvr-07': place}}
+    resources, places = {}, {}
+    for n, port in enumerate(ports):
+        path = ['exporter', f'nvr{n}', 'NetworkSerialPort', 'console']
+        resources[path[1]] = {path[3]: dict(cls=path[2], acquired=f'line3-{n}', avail=True, params=dict(
+            host='127.0.0.1', port=port, protocol='raw'))}
+        places[f'line3-{n}'] = dict(matches=[dict(zip(('exporter', 'group', 'cls', 'name'), path))],
+                                    acquired='station/harness', allowed=['station/harness'],
+                                    acquired_resources=[path])
+    calls = {'org.labgrid.coordinator.get_resources': {'exporter': resources},
+             'org.labgrid.coordinator.get_places': places}
     port = free_port()
     coordinator = subprocess.Popen([sys.executable, '-c', COORDINATOR, str(port), json.dumps(calls)],
                                    stdout=subprocess.PIPE)
     try:
         assert coordinator.stdout.readline() == b'ready\n'
-        env = tmp_path / 'place.yaml'
-        env.write_text(CONSOLE % ('RemotePlace: {name: nvr-07}', 'SerialDriver: {}')
-                       + f'options: {{crossbar_url: "ws://127.0.0.1:{port}/ws"}}\n')
-        smoke(f'labgrid:{env}', tmp_path)
+        for place in places:
+            (tmp_path / f'{place}.yaml').write_text(
+                CONSOLE % (f'RemotePlace: {{name: {place}}}', 'SerialDriver: {}')
+                + f'options: {{crossbar_url: "ws://127.0.0.1:{port}/ws"}}\n')
+        smoke(tmp_path, *(f'labgrid:{tmp_path}/{place}.yaml' for place in places))
     finally:
         coordinator.terminate()
         coordinator.wait(10)
