@@ -210,7 +210,8 @@ def _check_dir(url, path):
     # A probe file says it for root too, where access() says yes to anything;
     # SQLite's journal needs the directory writable, not just the file.
     parent = path.parent.absolute()
-    probe = parent / f'.{path.name}.{os.getpid()}.probe'
+    # Unique per call: two stations of one process may open the file at once.
+    probe = parent / f'.{path.name}.{uuid.uuid4().hex}.probe'
     try:
         os.close(os.open(probe, os.O_CREAT | os.O_EXCL | os.O_WRONLY, 0o600))
         os.unlink(probe)
