@@ -540,7 +540,10 @@ class BoardRun:
                 self.event('interrupt', self.ctx.signal_name())
             self.record.end_visit(board.visit, board.verdict, board.ended, error=board.error,
                                   first_failure=board.first_failure() or None)
-        self.progress.update(board, f'{board.verdict}  {board.duration:.1f} s', self.ended_note())
+        ended = f'{board.verdict}  {board.duration:.1f} s'
+        if board.verdict == 'fail':
+            ended += f'  {board.first_failure()}'
+        self.progress.update(board, ended, self.ended_note())
         if board.verdict != 'interrupted':
             self.publish('verdict', verdict=board.verdict, serial=board.serial,
                          first_failure=board.first_failure() or None)
