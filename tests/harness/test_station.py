@@ -2,50 +2,47 @@
 answered by clicking), a station started on its page until a signal, and
 the same questions at the terminal. Screenshots: build/station-*.png."""
 import json
-import os
 import signal
 import sqlite3
 import subprocess
 import sys
-from pathlib import Path
 
 import pytest
 
+from boardbox import build_dir
 from harness.transports import REPO
 from test_page import By, card, wait, browser  # noqa: F401  the page's Chromium
 
 REASON = 'temperature mainboard: mainboard 105 degC above high 85'
-PLAN = '''name = "station"
-serial_pattern = 'SN\\d{4}'
-[[steps]]
-name = "loopback plug"
-prompt = "Insert the RS-232 loopback plug"
-[[steps]]
-name = "temperature mainboard"
-command = "test mainboard temperature 0 85"
-  [[steps.measure]]
-  pattern = '(?m)^\\d+\\s+-?\\d+\\s+(?P<mainboard>-?\\d+)\\s'
-  mainboard = { low = 0, high = 85, unit = "degC" }
-[[steps]]
-name = "leds"
-command = "test led on"
-judge = "Are all panel LEDs green?"
-choices = { Yes = "pass", No = "fail" }
-'''
+PLAN = REPO / 'harness' / 'plans' / 'operator.toml'
+SN = 'PLM7140A000000000'
 
 
-def start(tmp_path, script, boards, *args, plan=PLAN, **popen):
-    (tmp_path / 'plan.toml').write_text(plan)
-    argv = [sys.executable, str(REPO / 'harness' / script), 'plan.toml', '--operator', 'ana',
-            '--db', 'sqlite:///r.sqlite', '--json', 'r.json', '--workdir', 'work', *args]
-    return subprocess.Popen(argv + [a for b in boards for a in ('--board', b)], cwd=tmp_path,
-                            stdout=subprocess.PIPE, text=True, **popen)
+@pytest.fixture
+def start(tmp_path):
+    """harness/run or harness/station on PLAN, ended with the test whatever happened."""
+    procs = []
+
+    def begin(script, boards, *args, **popen):
+        argv = [sys.executable, str(REPO / 'harness' / script), PLAN, '--operator', 'ana',
+                '--db', 'sqlite:///r.sqlite', '--json', 'r.json', '--workdir', 'work', *args]
+        procs.append(subprocess.Popen(argv + [a for b in boards for a in ('--board', b)],
+                                      cwd=tmp_path, stdout=subprocess.PIPE, text=True, **popen))
+        return procs[-1]
+    yield begin
+    for proc in procs:
+        proc.terminate()
+        proc.wait(60)
 
 
 def page(browser, proc):  # noqa: F811
     browser.get(proc.stdout.readline().split()[-1])     # station page: URL
-    out = Path(os.environ.get('CLI_BUILD_DIR') or REPO / 'build')
-    return lambda name: browser.save_screenshot(str(out / f'station-{name}.png'))
+    return lambda name: browser.save_screenshot(str(build_dir() / f'station-{name}.png'))
+
+
+def scan(browser, slot, serial, where='.ask'):  # noqa: F811
+    wait(browser, lambda b: card(b, slot).find_element(By.CSS_SELECTOR, where + ' input')).send_keys(
+        serial + '\n')
 
 
 def click(browser, slot, text):  # noqa: F811
@@ -63,19 +60,19 @@ def rows(tmp_path, sql):
 
 
 @pytest.mark.needs_cli
-def test_four_boxes_answered_on_the_page(tmp_path, browser):  # noqa: F811
-    run = start(tmp_path, 'run', ['box', 'box:overheat', 'box', 'box'], '--serve', '127.0.0.1:0')
+def test_four_boxes_answered_on_the_page(tmp_path, browser, start):  # noqa: F811
+    run = start('run', ['box', 'box:overheat', 'box', 'box'], '--serve', '127.0.0.1:0')
     shot = page(browser, run)
     browser.execute_script('window.sameLoad = true')
     for slot in (1, 2, 3, 4):
-        shows(browser, slot, 'Step 1 of 3', 'Insert the RS-232 loopback plug')
+        shows(browser, slot, 'Step 1 of 4', "Scan the board's label")
     shot('run-asking')
     for slot in (1, 2, 3, 4):
+        scan(browser, slot, f'{SN}{slot}')
         click(browser, slot, 'OK')
     shows(browser, 2, 'FAIL', REASON)
     for slot in (1, 3, 4):
-        shows(browser, slot, 'Step 3 of 3', 'Are all panel LEDs green?')
-    shot('run-judging')
+        shows(browser, slot, f'{SN}{slot}', 'Step 4 of 4', 'Are all panel LEDs green?')
     for slot in (1, 3, 4):
         click(browser, slot, 'Yes')
         shows(browser, slot, 'PASS')
@@ -83,62 +80,59 @@ def test_four_boxes_answered_on_the_page(tmp_path, browser):  # noqa: F811
     assert run.wait(60) == 1 and browser.execute_script('return window.sameLoad')
     # Not a line per step per board: a failure as it came, a line per board, the table.
     out = run.stdout.read().splitlines()
-    assert out[0] == f'box:overheat  FAIL 2/3 {REASON}' and len(out) == 1 + 4 + 7, out
-    steps = rows(tmp_path, 'SELECT s.status, s.why, s.attempts_json, s.text FROM steps s JOIN visits'
-                           " v ON v.id = s.visit_id WHERE s.seq != 1 ORDER BY v.seq, s.seq")
-    assert [s[0] for s in steps] == ['passed'] * 3 + ['skipped'] + ['passed'] * 4
-    assert steps[3][1] == 'not run: temperature mainboard failed and continue_on_fail is off'
-    for _, _, attempts, text in steps[:3] + steps[4:]:
+    assert out[0] == f'{SN}2  FAIL 3/4 {REASON}' and len(out) == 1 + 4 + 7, out
+    steps = rows(tmp_path, 'SELECT v.serial, s.why, s.attempts_json, s.text FROM steps s JOIN visits v'
+                           ' ON v.id = s.visit_id WHERE s.seq != 2 ORDER BY v.seq, s.seq')
+    assert [s[0] for s in steps] == [f'{SN}{n}' for n in (1, 2, 3, 4) for _ in range(3)]
+    assert [s[1] for s in steps] == [None] * 5 + [
+        'not run: temperature mainboard failed and continue_on_fail is off'] + [None] * 6
+    for _, _, attempts, text in steps[:5] + steps[6:]:
         said = json.loads(attempts)[-1]
         assert said['by'] == '127.0.0.1' and said['at'][:2] == '20' and f'=> {said["answer"]}' in text
 
 
 @pytest.mark.needs_cli
-def test_a_station_runs_each_slot_when_started_until_a_signal(tmp_path, browser):  # noqa: F811
-    station = start(tmp_path, 'station', ['box', 'box:overheat'], '--serve', '0')
+def test_a_station_runs_each_slot_when_started_until_a_signal(tmp_path, browser, start):  # noqa: F811
+    station = start('station', ['box', 'box:overheat'], '--serve', '0')
     shot = page(browser, station)
     for slot in (1, 2):
         click(browser, slot, 'Start')
+        scan(browser, slot, f'{SN}{slot}')
         click(browser, slot, 'OK')
     click(browser, 1, 'Yes')
     shows(browser, 1, 'PASS')
     shows(browser, 2, 'FAIL', REASON)
     shot('done')
-    # The result stays until the next start: here a scanned label.
-    card(browser, 1).find_element(By.CSS_SELECTOR, '.start input').send_keys('SN0007\n')
-    shows(browser, 1, 'SN0007', 'Insert the RS-232 loopback plug')
+    # The result stays until the next start: here a label scanned into the slot.
+    scan(browser, 1, f'{SN}7', '.start')
+    shows(browser, 1, f'{SN}7', "Scan the board's label")
     shows(browser, 2, 'FAIL', REASON)
-    shot('again')
     station.send_signal(signal.SIGTERM)
     assert station.wait(60) == 143
-    assert rows(tmp_path, 'SELECT seq, serial, verdict, first_failure FROM visits'
-                          ' ORDER BY serial IS NOT NULL, seq') == \
-        [(0, None, 'pass', None), (1, None, 'fail', REASON), (0, 'SN0007', 'interrupted', None)]
-    assert rows(tmp_path, 'SELECT count(DISTINCT run_id), max(r.status) FROM visits'
-                          ' JOIN runs r ON r.id = run_id') == [(1, 'interrupted')]
+    assert rows(tmp_path, 'SELECT seq, serial, verdict, first_failure FROM visits ORDER BY serial') \
+        == [(0, f'{SN}1', 'pass', None), (1, f'{SN}2', 'fail', REASON), (0, f'{SN}7', 'interrupted', None)]
+    assert rows(tmp_path, 'SELECT status FROM runs') == [('interrupted',)]
     assert sorted(rows(tmp_path, 'SELECT kind, detail FROM events')) == \
         [('interrupt', 'SIGTERM')] + [('start', '127.0.0.1')] * 3
 
 
 @pytest.mark.needs_cli
-def test_questions_at_the_terminal_one_at_a_time(tmp_path):
-    scan = '[[steps]]\nname = "label"\nscan = "Scan the label"\nserial = true\n'
-    run = start(tmp_path, 'run', ['box', 'box:overheat'], '--no-db', stdin=subprocess.PIPE,
-                plan=PLAN.replace('[[steps]]', scan + '[[steps]]', 1))
-    said, serials = '', ['SN0002', 'SN0001', 'SN1']
+def test_questions_at_the_terminal_one_at_a_time(tmp_path, start):
+    run = start('run', ['box', 'box:overheat'], stdin=subprocess.PIPE)
+    said, serials = '', [f'{SN}2', f'{SN}1', 'SN1']
     while (ch := run.stdout.read(1)):
         said += ch
         asked = said.rsplit('\n', 1)[-1]
         if asked.endswith(': ') and ('[' in asked or 'label' in asked):
-            run.stdin.write(f'{serials.pop() if "label" in asked else "yes" * ("[Y" in asked)}\n')
-            run.stdin.flush()
+            print(serials.pop() if 'label' in asked else 'yes' * ('[Y' in asked), file=run.stdin,
+                  flush=True)
     assert run.wait(10) == 1
     # Each question with its answer on a line of its own; a wrong one asked again.
     lines = said.splitlines()
-    assert [line.split(': ', 1)[1] for line in lines if 'Scan the label' in line] == \
-        ['Scan the label: SN1', 'Scan the label: SN0001', 'Scan the label: SN0002']
-    assert "  'SN1' does not match SN\\d{4}" in lines and len(lines) == 4 + 2 + 1 + 1 + 2 + 5
-    boards = {b['target']: b for b in json.loads((tmp_path / 'r.json').read_text())['boards']}
-    assert {boards['box']['serial'], boards['box:overheat']['serial']} == {'SN0001', 'SN0002'}
-    leds = boards['box']['steps'][-1]['attempts'][-1]
-    assert (leds['answer'], leds['by'], leds['judged']) == ('Yes', 'ana (terminal)', 'pass')
+    assert [line.split(': ', 1)[1] for line in lines if 'label:' in line] == \
+        [f"Scan the board's label: {n}" for n in ('SN1', f'{SN}1', f'{SN}2')]
+    assert "  'SN1' does not match PLM7140[A-D]\\d{10}" in lines and len(lines) == 15, lines
+    assert rows(tmp_path, 'SELECT serial FROM visits ORDER BY serial') == [(f'{SN}1',), (f'{SN}2',)]
+    leds, = rows(tmp_path, "SELECT attempts_json FROM steps WHERE name = 'leds' AND ok")
+    said = json.loads(leds[0])[-1]
+    assert (said['answer'], said['by'], said['judged']) == ('Yes', 'ana (terminal)', 'pass')
