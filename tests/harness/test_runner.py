@@ -128,7 +128,7 @@ def test_plan_on_a_box_and_its_reports(tmp_path, capsys):
     assert 'test rtc gettime\nFailed to get nvram' in cases['clock'].find('failure').text
     props = {p.get('name'): p.get('value') for p in cases['temperature'].iter('property')}
     assert 0 <= int(props['temperature.main']) <= 85
-    assert props['temperature.main.limits'] == 'low=0 high=85 unit=degC'
+    assert props['temperature.main.limits'] == 'low=0 high=85 unit=degC' and len(props) == 3
     restarts = [p.get('value') for p in suite.find('properties') if p.get('name') == 'restart']
     assert [r.split(' ', 1)[1].split(':')[0] for r in restarts] == ['silent receiver', 'silent again']
     assert '\\x08' in suite.find('system-out').text

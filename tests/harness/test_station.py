@@ -2,10 +2,12 @@
 answered by clicking), a station started on its page until a signal, and
 the same questions at the terminal. Screenshots: build/station-*.png."""
 import json
+import os
 import signal
 import sqlite3
 import subprocess
 import sys
+import xml.etree.ElementTree as ET
 
 import pytest
 
@@ -20,14 +22,15 @@ SN = 'PLM7140A000000000'
 
 @pytest.fixture
 def start(tmp_path):
-    """harness/run or harness/station on PLAN, ended with the test whatever happened."""
+    """python3 -m harness run|station on PLAN, ended with the test whatever happened."""
     procs = []
 
-    def begin(script, boards, *args, **popen):
-        argv = [sys.executable, str(REPO / 'harness' / script), PLAN, '--operator', 'ana',
-                '--db', 'sqlite:///r.sqlite', '--json', 'r.json', '--workdir', 'work', *args]
+    def begin(command, boards, *args, **popen):
+        argv = [sys.executable, '-m', 'harness', command, PLAN, '--operator', 'ana', '--db',
+                'sqlite:///r.sqlite', '--junit', 'r.xml', '--workdir', 'work', *args]
         procs.append(subprocess.Popen(argv + [a for b in boards for a in ('--board', b)],
-                                      cwd=tmp_path, stdout=subprocess.PIPE, text=True, **popen))
+                                      cwd=tmp_path, stdout=subprocess.PIPE, text=True,
+                                      env=dict(os.environ, PYTHONPATH=REPO), **popen))
         return procs[-1]
     yield begin
     for proc in procs:
@@ -103,17 +106,22 @@ def test_a_station_runs_each_slot_when_started_until_a_signal(tmp_path, browser,
     shows(browser, 1, 'PASS')
     shows(browser, 2, 'FAIL', REASON)
     shot('done')
-    # The result stays until the next start: here a label scanned into the slot.
+    # The result stays until the next start: here a serial scanned into the slot,
+    # which its label must show.
     scan(browser, 1, f'{SN}7', '.start')
     shows(browser, 1, f'{SN}7', "Scan the board's label")
     shows(browser, 2, 'FAIL', REASON)
+    scan(browser, 1, f'{SN}8')
+    shows(browser, 1, 'FAIL', f"label: label '{SN}8' is not the board's serial number '{SN}7'")
+    click(browser, 2, 'Start')
+    shows(browser, 2, "Scan the board's label")
     station.send_signal(signal.SIGTERM)
     assert station.wait(60) == 143
-    assert rows(tmp_path, 'SELECT seq, serial, verdict, first_failure FROM visits ORDER BY serial') \
-        == [(0, f'{SN}1', 'pass', None), (1, f'{SN}2', 'fail', REASON), (0, f'{SN}7', 'interrupted', None)]
+    assert rows(tmp_path, 'SELECT seq, serial, verdict FROM visits ORDER BY rowid') == [
+        (0, f'{SN}1', 'pass'), (1, f'{SN}2', 'fail'), (0, f'{SN}7', 'fail'), (1, None, 'interrupted')]
     assert rows(tmp_path, 'SELECT status FROM runs') == [('interrupted',)]
     assert sorted(rows(tmp_path, 'SELECT kind, detail FROM events')) == \
-        [('interrupt', 'SIGTERM')] + [('start', '127.0.0.1')] * 3
+        [('interrupt', 'SIGTERM')] + [('start', '127.0.0.1')] * 4
 
 
 @pytest.mark.needs_cli
@@ -136,3 +144,6 @@ def test_questions_at_the_terminal_one_at_a_time(tmp_path, start):
     leds, = rows(tmp_path, "SELECT attempts_json FROM steps WHERE name = 'leds' AND ok")
     said = json.loads(leds[0])[-1]
     assert (said['answer'], said['by'], said['judged']) == ('Yes', 'ana (terminal)', 'pass')
+    props = {p.get('name'): p.get('value') for p in ET.parse(tmp_path / 'r.xml').iter('property')}
+    assert (props['leds.answer'], props['leds.answer.by'], props['leds.answer.at']) == \
+        ('Yes', 'ana (terminal)', said['at'])
