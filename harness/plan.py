@@ -22,6 +22,13 @@ a regular expression's named groups, each with its limits.
       [[steps.measure]]
       pattern = 'temperature (?P<main>-?\\d+)'
       main = { low = 0, high = 85, unit = "degC" }
+    [[steps]]                       # what a person does or sees: asked at the
+    name = "leds"                   # terminal or on the station's page
+    command = "test led on"         # optional, run first (judge only)
+    judge = "Are all panel LEDs green?"
+    choices = { Yes = "pass", No = "fail" }
+    # prompt = "Insert the plug" (OK); scan = "Scan the label", pattern = '...',
+    # serial = true (the value becomes the board's serial number)
 
 A plan is refused at load, on one line naming the file, the line and the
 step, when the tool could not take what it says or it cannot mean one thing.
@@ -37,7 +44,13 @@ from pathlib import Path
 PLAN_KEYS = {'name', 'description', 'version', 'identity', 'serial_pattern',
              'defaults', 'setup', 'steps'}
 STEP_KEYS = {'name', 'command', 'expect', 'timeout', 'answer', 'retries',
-             'continue_on_fail', 'measure'}
+             'continue_on_fail', 'measure', 'prompt', 'judge', 'choices', 'scan', 'pattern',
+             'serial'}
+# What a person is asked: OK to a prompt, one of a judgement's choices, a scan.
+ASKS = ('prompt', 'judge', 'scan')
+# Keys that mean something only beside another; [defaults] fills them only there.
+NEEDS = {'expect': 'command', 'answer': 'command', 'retries': 'command', 'measure': 'command',
+         'choices': 'judge', 'pattern': 'scan', 'serial': 'scan'}
 LIMIT_KEYS = {'low', 'high', 'equals', 'in', 'unit'}
 VERDICTS = ('pass', 'fail')
 # Who tests where is the station's business, not the plan's.
@@ -129,13 +142,18 @@ class Measure:
 @dataclass
 class Step:
     name: str
-    command: str
+    command: str | None
     expect: str = 'pass'
     timeout: float | None = None
     answer: str | None = None
     retries: int = 0
     continue_on_fail: bool = False
     measure: list = field(default_factory=list)
+    ask: str | None = None          # 'prompt', 'judge' or 'scan'
+    question: str | None = None
+    choices: dict = field(default_factory=dict)    # answer -> 'pass' | 'fail'
+    pattern: str | None = None      # what a scan must match whole
+    serial: bool = False            # the scan is the board's serial number
 
 
 @dataclass
@@ -317,10 +335,11 @@ def _measures(raw):
 def _step(raw, defaults):
     if not isinstance(raw, dict):
         raise _Bad(f'a step must be a table, not {_shown(raw)}')
-    raw = {**defaults, **raw} if defaults else raw
     if not STEP_KEYS.issuperset(raw):
         bad = min(raw.keys() - STEP_KEYS)
         raise _Bad(f'unknown key {bad!r}', bad)
+    raw = {**_applying(raw, defaults), **raw}
+    ask = _ask(raw)
     get = raw.get
     expect, retries, go_on = get('expect', 'pass'), get('retries', 0), get('continue_on_fail', False)
     if expect not in VERDICTS:
@@ -333,9 +352,60 @@ def _step(raw, defaults):
     if answer is not None and answer not in ANSWERS:
         raise _Bad(f'answer must be "Y" or "N" (the tool takes exactly y or Y as yes, anything '
                    f'else as no), not {_shown(answer)}', 'answer')
-    return Step(_text('name', get('name')), _command('command', get('command')), expect,
-                _timeout(get('timeout')), answer, retries, go_on,
-                _measures(raw['measure']) if 'measure' in raw else [])
+    command = _command('command', get('command')) if 'command' in raw or not ask else None
+    step = Step(_text('name', get('name')), command, expect, _timeout(get('timeout')), answer,
+                retries, go_on, _measures(raw['measure']) if 'measure' in raw else [])
+    return _question(step, raw, ask) if ask else step
+
+
+def _applying(raw, defaults):
+    """The defaults that mean something for this step: a command's keys
+    where it has a command, a judgement's choices where it judges."""
+    asks = any(k in raw for k in ASKS)
+    have = set(raw) | ({'command'} if 'command' in defaults and not asks else set())
+    return {k: v for k, v in defaults.items()
+            if (k != 'command' or not asks) and (k not in NEEDS or NEEDS[k] in have)}
+
+
+def _ask(raw):
+    asks = [k for k in ASKS if k in raw]
+    if len(asks) > 1:
+        raise _Bad(f'a step asks one question, not both {asks[0]} and {asks[1]}', asks[1])
+    ask = asks[0] if asks else None
+    if ask in ('prompt', 'scan') and 'command' in raw:
+        raise _Bad(f'a {ask} runs no command: make the command a step of its own', 'command')
+    have = set(raw) | ({'command'} if not ask else set())
+    for key, need in NEEDS.items():
+        if key in raw and need not in have:
+            raise _Bad(f'{key} goes with {need}, which this step has not', key)
+    return ask
+
+
+def _question(step, raw, ask):
+    step.ask, step.question = ask, _text(ask, raw[ask])
+    if ask == 'judge':
+        step.choices = _choices(raw.get('choices'))
+    if 'pattern' in raw:
+        _pattern('pattern', raw['pattern'])
+        step.pattern = raw['pattern']
+    step.serial = raw.get('serial', False)
+    if type(step.serial) is not bool:
+        raise _Bad(f'serial must be true or false, not {_shown(step.serial)}', 'serial')
+    return step
+
+
+def _choices(choices):
+    if not isinstance(choices, dict) or not choices:
+        raise _Bad('judge needs choices, a table such as { Yes = "pass", No = "fail" }',
+                   'choices' if choices is not None else 'judge')
+    for answer, verdict in choices.items():
+        _text('a choice', answer)
+        if verdict not in VERDICTS:
+            raise _Bad(f'choice {answer!r} must give "pass" or "fail", not {_shown(verdict)}',
+                       'choices')
+    if 'pass' not in choices.values():
+        raise _Bad('no choice passes the step', 'choices')
+    return dict(choices)
 
 
 def _timeout(value):
@@ -397,7 +467,8 @@ def _top(data):
 def _defaults(defaults):
     if not isinstance(defaults, dict):
         raise _Bad(f'defaults must be a table, not {_shown(defaults)}', 'defaults')
-    bad = defaults.keys() - (STEP_KEYS - {'name'})
+    # What a step asks is its own, and so is which scan is the serial number.
+    bad = defaults.keys() - (STEP_KEYS - {'name', 'serial', *ASKS})
     if bad:
         raise _Bad(f'[defaults] cannot give {min(bad)!r}', ('defaults', min(bad)))
     return defaults
@@ -409,16 +480,24 @@ def _steps(data, defaults, where):
         found = steps[phase] = []
         for i, raw in enumerate(data.get(phase, [])):
             try:
-                found.append(_step(raw, defaults))
+                step = _step(raw, defaults)
+                if step.ask and phase == 'setup':
+                    raise _Bad('setup steps run again after a restart: ask the operator in '
+                               '[[steps]]', step.ask)
+                found.append(step)
             except _Bad as e:
                 raise PlanError(where.step(phase, i, raw, defaults, e)) from None
-    first = {}
+    first, serial = {}, None
     for phase in ('setup', 'steps'):
         for i, step in enumerate(steps[phase]):
             if step.name in first:
                 raise PlanError(where.step(phase, i, step.__dict__, {}, _Bad(
                     f'step name {step.name!r} used twice (also {first[step.name]})', 'name')))
+            if step.serial and serial:
+                raise PlanError(where.step(phase, i, step.__dict__, {}, _Bad(
+                    f'the serial number is scanned once (also {serial})', 'serial')))
             first[step.name] = _label(phase, i)
+            serial = serial or (step.serial and _label(phase, i))
     return steps['setup'], steps['steps']
 
 
@@ -533,11 +612,34 @@ class _Where:
         return self.say(line, f'{what}: {bad}')
 
 
-def _first_line(result):
-    for line in (result.message, *result.text.splitlines()):
-        if line and line.strip():
-            return line.strip()
-    return ''
+# A line of the tool's that says something went wrong; a table's header
+# (CHIP  LOW_LIMIT  CURRENT_TEMPERATURE ...) never does.
+FAILING = re.compile(r'\b(?:error|errors|fail|failed|failure|absent|abnormal|invalid|timeout|'
+                     r'timed out|not|no|cannot|unable|wrong|bad|lost|missing|down)\b', re.I)
+TABLE_HEADER = re.compile(r'[A-Z][A-Z0-9_]*(?:\s+[A-Z][A-Z0-9_]*)+')
+
+
+def _row(lines, i):
+    """A table's row with its header's names: CHIP=1 LOW_LIMIT=0 ..."""
+    head = next((lines[j] for j in range(i - 1, -1, -1) if TABLE_HEADER.fullmatch(lines[j])), '')
+    names, cells = head.split(), lines[i].split()
+    if names and len(names) == len(cells):
+        return ' '.join(f'{n}={c}' for n, c in zip(names, cells))
+    return ' '.join(cells)
+
+
+def failing_line(result):
+    """What the tool said went wrong: its refusal or time-out message, else
+    the first line that says so (and how many more do), else its last line
+    that is not a table's header."""
+    if result.message and result.message.strip():
+        return ' '.join(result.message.split())
+    lines = [line.strip() for line in result.text.splitlines() if line.strip()]
+    rows = [i for i, line in enumerate(lines) if not TABLE_HEADER.fullmatch(line)]
+    bad = [i for i in rows if FAILING.search(lines[i])]
+    if bad:
+        return _row(lines, bad[0]) + (f' (+{len(bad) - 1} more)' if len(bad) > 1 else '')
+    return _row(lines, rows[-1]) if rows else ''
 
 
 def _shown_value(text, value):
@@ -558,17 +660,31 @@ def _measured(step, text):
                 found.append(Measured(name, None, limit, False, f'{name} not found'))
                 continue
             why = limit.check(read)
+            unit = f' {limit.unit}' if limit.unit else ''
             found.append(Measured(name, number(read), limit, why is None, None if why is None else
-                                  f'{name}={_shown_value(read, numeric(read))} {why}', read))
+                                  f'{name} {_shown_value(read, numeric(read))}{unit} {why}', read))
     return found, missing
 
 
 def judge(step, result):
-    """Whether the result meets the step: its verdict, then every value."""
+    """Whether the result meets the step: its verdict and every value. The
+    reason names first a value out of its limits (the most exact), then the
+    tool's line that failed, then what was not found."""
     measurements, missing = _measured(step, result.text)
-    why = None
-    if result.verdict != step.expect:
-        detail = _first_line(result)
-        why = f'verdict {result.verdict}, expected {step.expect}' + (f': {detail}' if detail else '')
+    why = next((m.why for m in measurements if not m.ok and m.value is not None), None)
+    if not why and result.verdict != step.expect:
+        why = f'verdict {result.verdict}, expected {step.expect}: ' + (
+            failing_line(result) or 'the tool printed nothing more')
     why = why or missing or next((m.why for m in measurements if not m.ok), None)
     return Outcome(why is None, measurements, why)
+
+
+def judge_answer(step, reply, timeout=None):
+    """A person's answer against the step: (verdict, why); no reply is a time-out."""
+    if reply is None:
+        return 'timeout', f'no answer to "{step.question}"' + (
+            f' within {timeout:g} s' if timeout else '')
+    verdict = step.choices[reply['answer']] if step.ask == 'judge' else 'pass'
+    if verdict == 'pass':
+        return verdict, None
+    return verdict, f'{reply["by"]} answered "{reply["answer"]}" to "{step.question}"'

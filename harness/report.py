@@ -8,9 +8,11 @@ its version and hash, station, operator, serial, identity and the board's
 restarts as properties), one testcase per step (setup steps and their
 re-runs after a restart too; classname PLAN.SERIAL, or PLAN.LABEL, so that
 merged reports keep boards apart), a failure holding the command, why and
-the tool's lines, skipped for steps not run, each measurement as
+the tool's lines, skipped for steps not run (with why), each measurement as
 properties STEP.NAME (the value), STEP.NAME.limits (low/high/equals/in/unit)
-and STEP.NAME.ok. Characters XML cannot hold (a progress bar's backspaces)
+and STEP.NAME.ok, each try of a retried step as STEP.attempt.N, and the
+operator's answer as STEP.answer, STEP.answer.by and STEP.answer.at.
+Characters XML cannot hold (a progress bar's backspaces)
 are shown as \\xNN.
 """
 import json
@@ -45,11 +47,25 @@ def _properties(parent, pairs):
         ET.SubElement(props, 'property', name=name, value='' if value is None else str(value))
 
 
+def _attempts(step):
+    """Each try of a retried step, and who answered the operator's question and when."""
+    pairs = []
+    if len(step.attempts) > 1:
+        for a in step.attempts:
+            said = f'{a["verdict"]}: {a["why"]}' if a['why'] else a['verdict']
+            pairs.append((f'{step.name}.attempt.{a["n"]}', said))
+    said = next((a for a in step.attempts if a.get('question')), None)
+    if said:
+        pairs += [(f'{step.name}.answer{k}', said[key]) for k, key in
+                  (('', 'answer'), ('.by', 'by'), ('.at', 'at'))]
+    return pairs
+
+
 def _testcase(suite, classname, step):
     case = ET.SubElement(suite, 'testcase', classname=classname, name=step.name,
                          time=f'{step.duration:.3f}')
     if step.skipped:
-        ET.SubElement(case, 'skipped', message='not run')
+        ET.SubElement(case, 'skipped', message=step.why or 'not run')
         return
     pairs = []
     for m in step.measurements:
@@ -58,11 +74,12 @@ def _testcase(suite, classname, step):
                   (key + '.ok', str(m['ok']).lower())]
     if step.confirmation is not None:
         pairs.append((f'{step.name}.confirmation', step.confirmation))
+    pairs += _attempts(step)
     if pairs:
         _properties(case, pairs)
     if not step.ok:
         failure = ET.SubElement(case, 'failure', message=step.why or '', type=step.verdict or '')
-        failure.text = f'{step.command}\n{step.text}'
+        failure.text = '\n'.join(t for t in (step.command, step.text) if t)
 
 
 def _suite(root, plan, board, run):
@@ -83,7 +100,7 @@ def _suite(root, plan, board, run):
         _testcase(suite, classname, step)
     out = ET.SubElement(suite, 'system-out')
     out.text = '\n'.join(f'$ {s.command}\n{decode(s.raw)}'
-                         for s in board.all_steps() if not s.skipped)
+                         for s in board.all_steps() if s.command and not s.skipped)
 
 
 def junit(plan, boards, run):

@@ -21,6 +21,10 @@ def step(extra):
     return HEAD + STEP + extra                                     # extra from line 5
 
 
+def ask(extra):
+    return HEAD + '[[steps]]\nname = "a"\n' + extra + '\n'       # extra from line 4
+
+
 def measure(limits):
     return step('[[steps.measure]]\npattern = \'(?P<v>\\d+)\'\n' + limits + '\n')  # line 7
 
@@ -76,6 +80,18 @@ PLANS = [
     (measure('v = { lo = 1 }'), AT7 + "unknown limit key 'lo' for v"),
     (measure('v = 5'), AT7 + 'limits of v must be a table'),
     (measure('w = { low = 1 }'), AT7 + "limits for 'w', which the pattern does not name"),
+    # What the operator is asked.
+    (ask('prompt = "Plug in"\nscan = "Label"'), AT5 + 'a step asks one question, not both prompt and scan'),
+    (step('prompt = "Plug in"'), AT4 + 'a prompt runs no command: make the command a step of its own'),
+    (ask('judge = "Green?"'), AT4 + 'judge needs choices, a table such as {{ Yes = "pass", No = "fail" }}'),
+    (ask('judge = "Green?"\nchoices = { Yes = "passed" }'), AT5 + "choice 'Yes' must give \"pass\" or \"fail\", not 'passed'"),
+    (ask('judge = "Green?"\nchoices = { No = "fail" }'), AT5 + 'no choice passes the step'),
+    (ask('prompt = "Plug in"\nanswer = "Y"'), AT5 + 'answer goes with command, which this step has not'),
+    (ask('scan = "L"\nserial = true') + '[[steps]]\nname = "b"\nscan = "L"\nserial = true\n',
+     "{plan}:9: step 2 'b': the serial number is scanned once (also step 1)"),
+    (HEAD + '[[setup]]\nname = "s"\nprompt = "Plug in"\n' + STEP,
+     "{plan}:4: setup 1 's': setup steps run again after a restart: ask the operator in [[steps]]"),
+    (HEAD + '[defaults]\nprompt = "x"\n' + STEP, "{plan}:3: [defaults] cannot give 'prompt'"),
     (HEAD + '[[setup]]\nname = "s"\ncommand = "set serverip 1.2.3.4\\r"\n' + STEP,
      "{plan}:4: setup 1 's': command holds the control character '\\r'"),
     (HEAD + '[defaults]\ntimeout = inf\n' + STEP,
